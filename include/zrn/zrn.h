@@ -1,0 +1,24 @@
+// The whole public API of the zrn library, and TinyXML's document classes
+// that the library offers its hosts for XML reading and writing.
+#ifndef ZRN_ZRN_H
+#define ZRN_ZRN_H
+
+#include <zrn/Export.h>
+
+#include <zrn/Object/Referenced.h>
+#include <zrn/Object/RefPtr.h>
+#include <zrn/Object/WeakPtr.h>
+
+#include <zrn/Profile/ErrorCode.h>
+#include <zrn/Profile/ErrorException.h>
+#include <zrn/Profile/GLog/LogManager.h>
+#include <zrn/Profile/GLog/Singleton.h>
+#include <zrn/Profile/ValistStream.h>
+
+#include <zrn/System/Debugger.h>
+#include <zrn/System/MessageBox.h>
+#include <zrn/System/Mutex.h>
+
+#include <tinyxml.h>
+
+#endif // ZRN_ZRN_H
