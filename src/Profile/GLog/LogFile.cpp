@@ -27,9 +27,8 @@ bool CLogManager::LogFile::Open(std::string const& utf8Path) {
 void CLogManager::LogFile::Close() {
   if (!m_pFile)
     return;
-  if (m_bGood)
-    Flush();
-  m_strBuffer.clear();
+  // Lines accepted before the file went bad still belong in it.
+  Flush();
   if (std::fclose(m_pFile) != 0)
     m_bGood = false;
   m_pFile = nullptr;

@@ -16,6 +16,8 @@ namespace zrn {
 
 template class CSingleton<CLogManager>;
 
+const int CLogManager::MAX_LOG_LEVE_STACK_SIZE;
+
 namespace {
 
 constexpr char kSourcePath[] = "Profile\\GLog";

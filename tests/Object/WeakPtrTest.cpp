@@ -1,0 +1,112 @@
+#include <zrn/Object/WeakPtr.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+namespace zrn {
+namespace {
+
+class Node : public CReferenced {
+public:
+  explicit Node(std::atomic<int>* destroyed = nullptr) : m_destroyed(destroyed) {}
+  int value = 42;
+
+protected:
+  ~Node() override {
+    value = -1;
+    if (m_destroyed)
+      ++*m_destroyed;
+  }
+
+private:
+  std::atomic<int>* m_destroyed;
+};
+
+TEST(CWeakPtr, LocksWhileTheObjectLives) {
+  std::atomic<int> destroyed{0};
+  CRefPtr<Node> node = MakeRef<Node>(&destroyed);
+  CWeakPtr<Node> weak(node);
+  EXPECT_FALSE(weak.Expired());
+  {
+    CRefPtr<Node> locked = weak.Lock();
+    ASSERT_TRUE(locked);
+    EXPECT_EQ(locked.get(), node.get());
+    EXPECT_EQ(node->ReferenceCount(), 2);
+  }
+  node = nullptr;
+  EXPECT_EQ(destroyed.load(), 1);
+  EXPECT_TRUE(weak.Expired());
+  EXPECT_FALSE(weak.Lock());
+
+  CWeakPtr<Node> empty;
+  EXPECT_TRUE(empty.Expired());
+  EXPECT_FALSE(empty.Lock());
+}
+
+TEST(CWeakPtr, OneCounterPerObjectThatOutlivesIt) {
+  CRefPtr<Node> node = MakeRef<Node>();
+  CRefPtr<CWeakPtrCounter> first = GetWeakPtrCounter(node.get());
+  CRefPtr<CWeakPtrCounter> second = GetWeakPtrCounter(node.get());
+  EXPECT_EQ(first, second);
+  EXPECT_EQ(first->GetObserverdObject(), node.get());
+  CWeakPtr<Node> weak(node.get());
+  weak.Reset();
+  EXPECT_TRUE(weak.Expired());
+
+  node = nullptr;
+  EXPECT_EQ(first->GetObserverdObject(), nullptr);
+  EXPECT_EQ(first->AddRefLock(), nullptr);
+  EXPECT_EQ(GetWeakPtrCounter(nullptr), nullptr);
+}
+
+TEST(CWeakPtr, NewObjectAtAFreedAddressGetsANewCounter) {
+  std::vector<CWeakPtr<Node>> dead;
+  for (int i = 0; i < 64; ++i) {
+    CRefPtr<Node> node = MakeRef<Node>();
+    dead.emplace_back(node);
+  }
+  // The allocator is likely to hand the same addresses out again.
+  std::vector<CRefPtr<Node>> alive;
+  for (int i = 0; i < 64; ++i)
+    alive.push_back(MakeRef<Node>());
+  for (auto const& weak : dead)
+    EXPECT_FALSE(weak.Lock());
+  for (auto const& node : alive)
+    EXPECT_EQ(CWeakPtr<Node>(node).Lock(), node);
+}
+
+TEST(CWeakPtr, LastReferenceDroppedWhileOtherThreadsLock) {
+  constexpr int kRounds = 200;
+  constexpr int kLockers = 3;
+  for (int round = 0; round < kRounds; ++round) {
+    std::atomic<int> destroyed{0};
+    CRefPtr<Node> node = MakeRef<Node>(&destroyed);
+    CWeakPtr<Node> weak(node);
+    std::atomic<int> ready{0};
+    std::vector<std::thread> lockers;
+    for (int t = 0; t < kLockers; ++t)
+      lockers.emplace_back([&] {
+        ++ready;
+        for (;;) {
+          CRefPtr<Node> locked = weak.Lock();
+          if (!locked)
+            return;
+          // Using the object must be safe for as long as the lock holds.
+          ASSERT_EQ(locked->value, 42);
+        }
+      });
+    while (ready.load() < kLockers)
+      std::this_thread::yield();
+    node = nullptr;
+    for (auto& locker : lockers)
+      locker.join();
+    EXPECT_EQ(destroyed.load(), 1);
+    EXPECT_TRUE(weak.Expired());
+  }
+}
+
+} // namespace
+} // namespace zrn

@@ -1,0 +1,66 @@
+#include <zrn/Profile/ErrorException.h>
+#include <zrn/Profile/GLog/LogManager.h>
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace zrn {
+namespace {
+
+// Captures what the log manager writes while the object lives.
+class LogCapture {
+public:
+  LogCapture() : m_log(CSingleton<CLogManager>::GetInstance()) {
+    m_log.AppendOuputStream(&m_stream);
+  }
+  ~LogCapture() { m_log.RemoveOuputStream(&m_stream); }
+  std::wstring Text() const { return m_stream.str(); }
+
+private:
+  CLogManager& m_log;
+  std::wostringstream m_stream;
+};
+
+TEST(CErrorException, ConstructionLogsOneCriticalLine) {
+  LogCapture capture;
+  CErrorException error(L"Widget broke", "Object\\Widget", 275);
+  EXPECT_EQ(capture.Text(), L"[CRITICAL]: Widget broke - [FILE]: Object\\Widget [LINE]: 275\n");
+  EXPECT_EQ(error.GetDescription(), L"Widget broke");
+  EXPECT_EQ(error.GetFile(), "Object\\Widget");
+  EXPECT_EQ(error.GetLine(), 275);
+}
+
+TEST(CErrorException, CopiesLogNothing) {
+  CErrorException original(L"first", "a", 1);
+  CErrorException other(L"second", "b", 2);
+  LogCapture capture;
+  CErrorException copy(original);
+  other = original;
+  EXPECT_TRUE(capture.Text().empty());
+  EXPECT_EQ(copy.GetDescription(), L"first");
+  EXPECT_EQ(other.GetFile(), "a");
+  EXPECT_EQ(other.GetLine(), 1);
+}
+
+TEST(CErrorException, IsCaughtAsStandardException) {
+  try {
+    throw CErrorException(L"thrown", "tests", 3);
+  } catch (std::exception const& e) {
+    EXPECT_STREQ(e.what(), std::exception().what());
+    return;
+  }
+  FAIL() << "not caught as std::exception";
+}
+
+TEST(CErrorException, NullFileAndHighBytesAreKeptAsGiven) {
+  LogCapture capture;
+  CErrorException unnamed(L"d", nullptr, 0);
+  CErrorException latin(L"d", "caf\xe9", 9);
+  EXPECT_EQ(unnamed.GetFile(), "");
+  EXPECT_EQ(capture.Text(),
+            L"[CRITICAL]: d - [FILE]:  [LINE]: 0\n[CRITICAL]: d - [FILE]: caf\u00e9 [LINE]: 9\n");
+}
+
+} // namespace
+} // namespace zrn
