@@ -23,7 +23,30 @@ namespace {
 constexpr char kSourcePath[] = "Profile\\GLog";
 constexpr std::size_t kLineNumberWidth = 6;
 
-using LogGuard = boost::unique_lock<boost::recursive_mutex>;
+// Lines are short critical sections: a waiter that spins briefly usually
+// gets the lock without the cost of sleeping and being woken by the kernel.
+class LogGuard {
+public:
+  explicit LogGuard(boost::recursive_mutex& mutex) : m_lock(mutex, boost::defer_lock) {
+    for (int spin = 0; spin < kSpinLimit; ++spin) {
+      if (m_lock.try_lock())
+        return;
+      CpuRelax();
+    }
+    m_lock.lock();
+  }
+
+private:
+  static constexpr int kSpinLimit = 200;
+
+  static void CpuRelax() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#endif
+  }
+
+  boost::unique_lock<boost::recursive_mutex> m_lock;
+};
 
 // Created before the manager (its constructor asks for it) and so destroyed
 // after it.
