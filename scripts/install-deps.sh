@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that building and testing zrn need, skipping
+# those already present. Extra package names may be given as arguments.
+set -euo pipefail
+
+packages=(
+  g++ cmake make pkg-config
+  libboost-thread-dev libboost-date-time-dev libboost-filesystem-dev libboost-system-dev
+  libzip-dev libtinyxml-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
+  "$@"
+)
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$package")
+  fi
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  as_root=(sudo)
+fi
+echo "Installing: ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+DEBIAN_FRONTEND=noninteractive "${as_root[@]}" apt-get install -y -qq --no-install-recommends \
+  "${missing[@]}" >/dev/null

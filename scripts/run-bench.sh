@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Builds the benchmarks in Release mode and runs them (arguments are passed to
+# every benchmark program, e.g. --benchmark_filter=Log).
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${ZRN_BUILD_DIR:-$root/build-bench}
+
+"$root/scripts/install-deps.sh"
+cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DZRN_BUILD_BENCH=ON \
+  -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=OFF >/dev/null
+cmake --build "$build" -j"$(nproc)"
+for program in "$build"/bench/zrn_bench_*; do
+  "$program" "$@"
+done
