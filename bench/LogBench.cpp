@@ -72,10 +72,20 @@ void BM_SpdlogFile(benchmark::State& state) {
 
 // Real time, so that items per second is the combined wall-clock rate of all
 // threads rather than the rate per CPU second.
-BENCHMARK(BM_ZrnLogFile)->Setup(ZrnOpen)->Teardown(ZrnClose)
-    ->MinWarmUpTime(kWarmUpSeconds)->UseRealTime()->Threads(1)->Threads(2);
-BENCHMARK(BM_SpdlogFile)->Setup(SpdOpen)->Teardown(SpdClose)
-    ->MinWarmUpTime(kWarmUpSeconds)->UseRealTime()->Threads(1)->Threads(2);
+BENCHMARK(BM_ZrnLogFile)
+    ->Setup(ZrnOpen)
+    ->Teardown(ZrnClose)
+    ->MinWarmUpTime(kWarmUpSeconds)
+    ->UseRealTime()
+    ->Threads(1)
+    ->Threads(2);
+BENCHMARK(BM_SpdlogFile)
+    ->Setup(SpdOpen)
+    ->Teardown(SpdClose)
+    ->MinWarmUpTime(kWarmUpSeconds)
+    ->UseRealTime()
+    ->Threads(1)
+    ->Threads(2);
 
 } // namespace
 

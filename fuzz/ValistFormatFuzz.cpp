@@ -43,8 +43,12 @@ private:
 
 void AppendArgument(zrn::ValistStream& stream, Reader& in) {
   switch (in.Byte() % 5) {
-  case 0: stream.AppendInteger(static_cast<long long>(in.Word())); break;
-  case 1: stream.AppendUnsigned(in.Word()); break;
+  case 0:
+    stream.AppendInteger(static_cast<long long>(in.Word()));
+    break;
+  case 1:
+    stream.AppendUnsigned(in.Word());
+    break;
   case 2: {
     const unsigned long long bits = in.Word();
     double value;
@@ -52,8 +56,12 @@ void AppendArgument(zrn::ValistStream& stream, Reader& in) {
     stream.AppendDouble(value);
     break;
   }
-  case 3: stream.AppendPointer(reinterpret_cast<void const*>(in.Word())); break;
-  default: stream.AppendString(in.Bytes(in.Byte())); break;
+  case 3:
+    stream.AppendPointer(reinterpret_cast<void const*>(in.Word()));
+    break;
+  default:
+    stream.AppendString(in.Bytes(in.Byte()));
+    break;
   }
 }
 

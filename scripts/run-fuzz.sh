@@ -18,7 +18,12 @@ for target in "$build"/fuzz/zrn_fuzz_*; do
   inputs=("$corpus")
   seeds=$root/fuzz/corpus/${name#zrn_fuzz_}
   [ -d "$seeds" ] && inputs+=("$seeds")
-  echo "== $name for ${seconds}s"
-  "$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-    -artifact_prefix="$build/" "${inputs[@]}"
+  log=$build/$name.log
+  echo "== $name for ${seconds}s (output in $log)"
+  if ! "$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
+    -artifact_prefix="$build/" "${inputs[@]}" >"$log" 2>&1; then
+    tail -n 60 "$log"
+    exit 1
+  fi
+  grep -E '^Done [0-9]+ runs' "$log" || true
 done

@@ -5,8 +5,8 @@
 
 #include <zrn/Export.h>
 
-#include <zrn/Object/Referenced.h>
 #include <zrn/Object/RefPtr.h>
+#include <zrn/Object/Referenced.h>
 #include <zrn/Object/WeakPtr.h>
 
 #include <zrn/Profile/ErrorCode.h>

@@ -13,9 +13,7 @@ void CReferenced::Unref() {
     delete this;
 }
 
-void CReferenced::UnrefNoDelete() const {
-  m_nRefCount.fetch_sub(1, std::memory_order_acq_rel);
-}
+void CReferenced::UnrefNoDelete() const { m_nRefCount.fetch_sub(1, std::memory_order_acq_rel); }
 
 void CReferenced::SignalAndDelete(bool bDelete) {
   if (bDelete)
@@ -33,8 +31,7 @@ bool CReferenced::TryRefWhileAlive() const noexcept {
   do {
     if (count <= 0)
       return false;
-  } while (!m_nRefCount.compare_exchange_weak(count, count + 1,
-                                              std::memory_order_acquire,
+  } while (!m_nRefCount.compare_exchange_weak(count, count + 1, std::memory_order_acquire,
                                               std::memory_order_relaxed));
   return true;
 }

@@ -18,9 +18,7 @@ platform::HandlerSlot<DebugOutputHandler>& Slot() {
 
 namespace platform {
 
-bool DebugOutputWanted() {
-  return Slot().Installed() || IsDebuggerAttachedRecently();
-}
+bool DebugOutputWanted() { return Slot().Installed() || IsDebuggerAttachedRecently(); }
 
 void OutputDebugUtf8(std::string_view text) {
   if (Slot().Installed()) {

@@ -12,8 +12,7 @@ namespace zrn::platform {
 /// Holds a host-installed std::function. Callers test Installed() first so
 /// that the default path costs one atomic load; Get() hands out a shared copy
 /// so that a handler replaced while it runs stays alive until it returns.
-template <class Function>
-class HandlerSlot {
+template <class Function> class HandlerSlot {
 public:
   bool Installed() const { return m_bInstalled.load(std::memory_order_acquire); }
 

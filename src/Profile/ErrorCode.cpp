@@ -72,16 +72,14 @@ void OnProcessAttach() {
 } // namespace
 
 ErrorReportMode SetErrorReportMode(ErrorReportMode mode) {
-  return static_cast<ErrorReportMode>(
-      g_nErrorReportMode.exchange(mode, std::memory_order_relaxed));
+  return static_cast<ErrorReportMode>(g_nErrorReportMode.exchange(mode, std::memory_order_relaxed));
 }
 
 int GetError() { return t_nErrorCode; }
 
 void ErrorCode::SetError(int code) {
   t_nErrorCode = code;
-  if (code != err_ok &&
-      g_nErrorReportMode.load(std::memory_order_relaxed) == ERROR_REPORT_BREAK)
+  if (code != err_ok && g_nErrorReportMode.load(std::memory_order_relaxed) == ERROR_REPORT_BREAK)
     BreakIntoDebugger();
 }
 

@@ -5,8 +5,7 @@ namespace zrn {
 
 namespace {
 
-std::wstring ComposeLogLine(std::wstring const& description, std::string const& file,
-                            long line) {
+std::wstring ComposeLogLine(std::wstring const& description, std::string const& file, long line) {
   std::wstring text;
   text.reserve(description.size() + file.size() + 32);
   text += description;
@@ -23,8 +22,8 @@ std::wstring ComposeLogLine(std::wstring const& description, std::string const& 
 
 CErrorException::CErrorException(std::wstring const& description, char const* file, long line)
     : m_strDescription(description), m_strFile(file ? file : ""), m_nLine(line) {
-  CSingleton<CLogManager>::GetInstance().Log(
-      ComposeLogLine(m_strDescription, m_strFile, m_nLine), LOG_LEVEL_CRITICAL);
+  CSingleton<CLogManager>::GetInstance().Log(ComposeLogLine(m_strDescription, m_strFile, m_nLine),
+                                             LOG_LEVEL_CRITICAL);
 }
 
 CErrorException::CErrorException(CErrorException const& other) = default;

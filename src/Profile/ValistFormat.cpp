@@ -20,6 +20,9 @@ namespace {
 // capping them keeps the C library from padding millions of characters.
 constexpr int kMaxFieldSize = 4096;
 
+// Room for "%", five flags, "-*.*ll", a conversion and the NUL.
+constexpr std::size_t kPatternSize = 24;
+
 class Output {
 public:
   Output(char* buffer, std::size_t size) : m_buffer(buffer), m_size(size) {
@@ -39,7 +42,7 @@ public:
     m_buffer[m_length] = '\0';
   }
 
-  // `format` is one directive rebuilt by ValistFormatter::Spec from parsed
+  // `format` is one directive rebuilt by ValistFormatter::Rebuild from parsed
   // parts, with its width and precision passed as arguments, never caller text.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
@@ -180,9 +183,9 @@ private:
   bool HasSlot() const { return m_nextSlot < m_stream.ArgumentCount(); }
 
   // Builds "%<flags>*.*<length><conversion>" for one value.
-  void Spec(Conversion const& d, char const* length, char conversion, char* spec) {
-    std::snprintf(spec, 24, "%%%s%s*.*%s%c", d.flags, m_bLeftFromStar ? "-" : "", length,
-                  conversion);
+  void Rebuild(Conversion const& d, char const* length, char conversion, char* pattern) {
+    std::snprintf(pattern, kPatternSize, "%%%s%s*.*%s%c", d.flags, m_bLeftFromStar ? "-" : "",
+                  length, conversion);
   }
 
   bool Emit(Conversion const& d) {
@@ -226,27 +229,42 @@ private:
     const unsigned long long bits = m_stream.SlotBits(slot);
     long long value;
     switch (d.size) {
-    case Conversion::Size::Char: value = static_cast<signed char>(bits); break;
-    case Conversion::Size::Short: value = static_cast<std::int16_t>(bits); break;
-    case Conversion::Size::Long64: value = static_cast<long long>(bits); break;
-    default: value = static_cast<std::int32_t>(bits); break;
+    case Conversion::Size::Char:
+      value = static_cast<signed char>(bits);
+      break;
+    case Conversion::Size::Short:
+      value = static_cast<std::int16_t>(bits);
+      break;
+    case Conversion::Size::Long64:
+      value = static_cast<long long>(bits);
+      break;
+    default:
+      value = static_cast<std::int32_t>(bits);
+      break;
     }
-    char spec[24];
-    Spec(d, "ll", d.conversion, spec);
-    m_out.Print(spec, d.width, d.precision, value);
+    char pattern[kPatternSize];
+    Rebuild(d, "ll", d.conversion, pattern);
+    m_out.Print(pattern, d.width, d.precision, value);
   }
 
   void EmitUnsigned(Conversion const& d, std::size_t slot) {
     unsigned long long value = m_stream.SlotBits(slot);
     switch (d.size) {
-    case Conversion::Size::Char: value = static_cast<unsigned char>(value); break;
-    case Conversion::Size::Short: value = static_cast<std::uint16_t>(value); break;
-    case Conversion::Size::Long64: break;
-    default: value = static_cast<std::uint32_t>(value); break;
+    case Conversion::Size::Char:
+      value = static_cast<unsigned char>(value);
+      break;
+    case Conversion::Size::Short:
+      value = static_cast<std::uint16_t>(value);
+      break;
+    case Conversion::Size::Long64:
+      break;
+    default:
+      value = static_cast<std::uint32_t>(value);
+      break;
     }
-    char spec[24];
-    Spec(d, "ll", d.conversion, spec);
-    m_out.Print(spec, d.width, d.precision, value);
+    char pattern[kPatternSize];
+    Rebuild(d, "ll", d.conversion, pattern);
+    m_out.Print(pattern, d.width, d.precision, value);
   }
 
   void EmitChar(Conversion const& d, std::size_t slot) {
@@ -295,9 +313,9 @@ private:
     const unsigned long long bits = m_stream.SlotBits(slot);
     double value;
     std::memcpy(&value, &bits, sizeof value);
-    char spec[24];
-    Spec(d, "", d.conversion, spec);
-    m_out.Print(spec, d.width, d.precision, value);
+    char pattern[kPatternSize];
+    Rebuild(d, "", d.conversion, pattern);
+    m_out.Print(pattern, d.width, d.precision, value);
   }
 
   ValistStream const& m_stream;

@@ -20,9 +20,6 @@ public:
         })) {}
   ~DebugOutputCapture() { SetDebugOutputHandler(std::move(m_previous)); }
 
-  DebugOutputCapture(DebugOutputCapture const&) = delete;
-  DebugOutputCapture& operator=(DebugOutputCapture const&) = delete;
-
   std::vector<std::string> Texts() const {
     std::lock_guard<std::mutex> lock(m_mutex);
     return m_texts;

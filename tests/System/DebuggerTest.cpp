@@ -29,11 +29,11 @@ TEST(MessageBox, DefaultAnswersOkAndHandlersSeeEverything) {
   EXPECT_EQ(ShowMessageBox("caption", "default box", MESSAGE_BOX_OK), MESSAGE_BOX_RESULT_OK);
 
   std::string seen;
-  auto previous = SetMessageBoxHandler([&](std::string_view caption, std::string_view text,
-                                           unsigned style) {
-    seen = std::string(caption) + "|" + std::string(text) + "|" + std::to_string(style);
-    return static_cast<int>(MESSAGE_BOX_RESULT_RETRY);
-  });
+  auto previous =
+      SetMessageBoxHandler([&](std::string_view caption, std::string_view text, unsigned style) {
+        seen = std::string(caption) + "|" + std::string(text) + "|" + std::to_string(style);
+        return static_cast<int>(MESSAGE_BOX_RESULT_RETRY);
+      });
   EXPECT_FALSE(previous);
   EXPECT_EQ(ShowMessageBox("TlsAlloc", "TlsAlloc TLS_OUT_OF_INDEXES",
                            MESSAGE_BOX_OK | MESSAGE_BOX_ICON_ERROR),

@@ -15,8 +15,7 @@ namespace zrn {
 /// Copying takes another reference; destruction drops it. Like a raw pointer,
 /// one CRefPtr instance must not be written by one thread while another uses
 /// it; distinct CRefPtrs to one object may be used on any threads.
-template <class T>
-class CRefPtr {
+template <class T> class CRefPtr {
 public:
   CRefPtr() noexcept = default;
   CRefPtr(std::nullptr_t) noexcept {}
@@ -24,10 +23,8 @@ public:
   explicit CRefPtr(T* p) noexcept : m_p(p) { AddRef(); }
   CRefPtr(CRefPtr const& other) noexcept : m_p(other.m_p) { AddRef(); }
   CRefPtr(CRefPtr&& other) noexcept : m_p(std::exchange(other.m_p, nullptr)) {}
-  template <class U>
-  CRefPtr(CRefPtr<U> const& other) noexcept : m_p(other.get()) { AddRef(); }
-  template <class U>
-  CRefPtr(CRefPtr<U>&& other) noexcept : m_p(other.release()) {}
+  template <class U> CRefPtr(CRefPtr<U> const& other) noexcept : m_p(other.get()) { AddRef(); }
+  template <class U> CRefPtr(CRefPtr<U>&& other) noexcept : m_p(other.release()) {}
   ~CRefPtr() { Drop(); }
 
   CRefPtr& operator=(CRefPtr other) noexcept {
@@ -67,29 +64,24 @@ private:
   T* m_p = nullptr;
 };
 
-template <class T, class U>
-bool operator==(CRefPtr<T> const& a, CRefPtr<U> const& b) noexcept {
+template <class T, class U> bool operator==(CRefPtr<T> const& a, CRefPtr<U> const& b) noexcept {
   return a.get() == b.get();
 }
-template <class T>
-bool operator==(CRefPtr<T> const& a, std::nullptr_t) noexcept {
+template <class T> bool operator==(CRefPtr<T> const& a, std::nullptr_t) noexcept {
   return a.get() == nullptr;
 }
-template <class T, class U>
-bool operator<(CRefPtr<T> const& a, CRefPtr<U> const& b) noexcept {
+template <class T, class U> bool operator<(CRefPtr<T> const& a, CRefPtr<U> const& b) noexcept {
   return std::less<>()(a.get(), b.get());
 }
 
 /// Creates a T with `new` and returns it holding its first reference.
-template <class T, class... Args>
-CRefPtr<T> MakeRef(Args&&... args) {
+template <class T, class... Args> CRefPtr<T> MakeRef(Args&&... args) {
   return CRefPtr<T>(new T(std::forward<Args>(args)...));
 }
 
 } // namespace zrn
 
-template <class T>
-struct std::hash<zrn::CRefPtr<T>> {
+template <class T> struct std::hash<zrn::CRefPtr<T>> {
   std::size_t operator()(zrn::CRefPtr<T> const& p) const noexcept {
     return std::hash<T*>()(p.get());
   }

@@ -39,9 +39,7 @@ public:
   virtual void UnrefNoDelete() const;
 
   /// The current count (a plain read; it may change at once on other threads).
-  int ReferenceCount() const noexcept {
-    return m_nRefCount.load(std::memory_order_relaxed);
-  }
+  int ReferenceCount() const noexcept { return m_nRefCount.load(std::memory_order_relaxed); }
 
   /// Destroys the object whatever its count when `bDelete` is true.
   void SignalAndDelete(bool bDelete);

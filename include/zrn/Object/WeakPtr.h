@@ -23,14 +23,12 @@ ZRN_API CRefPtr<CWeakPtrCounter> GetWeakPtrCounter(CReferenced const* object);
 /// Lock hands out a strong reference while the object lives and an empty
 /// pointer afterwards. Like std::weak_ptr, one instance must not be written by
 /// one thread while another uses it; copies may be used on any threads.
-template <class T>
-class CWeakPtr {
+template <class T> class CWeakPtr {
 public:
   CWeakPtr() noexcept = default;
   /// Observes `object`, which must be alive (or null).
   explicit CWeakPtr(T* object)
-      : m_counter(object ? GetWeakPtrCounter(object) : nullptr),
-        m_pObject(object) {}
+      : m_counter(object ? GetWeakPtrCounter(object) : nullptr), m_pObject(object) {}
   /// Observes the object that `object` holds.
   CWeakPtr(CRefPtr<T> const& object) : CWeakPtr(object.get()) {}
 
@@ -43,9 +41,7 @@ public:
 
   /// True once the object is known to be gone. False is only a hint: the
   /// object may be dying on another thread, and Lock may still return empty.
-  bool Expired() const {
-    return !m_counter || m_counter->GetObserverdObject() == nullptr;
-  }
+  bool Expired() const { return !m_counter || m_counter->GetObserverdObject() == nullptr; }
 
   /// Stops observing.
   void Reset() noexcept {

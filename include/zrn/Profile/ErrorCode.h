@@ -71,8 +71,7 @@ class ZRN_API ErrorCode {
 public:
   /// Sets `code` with `args` as its message arguments: the thread's stream
   /// starts afresh and receives `args` in order, one per placeholder.
-  template <class... Args>
-  static void Report(int code, Args const&... args) {
+  template <class... Args> static void Report(int code, Args const&... args) {
     ValistStream& stream = GetErrorParamStream();
     stream.Clear();
     (stream.Append(args), ...);

@@ -55,14 +55,10 @@ public:
 
   /// Appends `value` by its type: strings, integers, floating-point numbers
   /// and other pointers each go to the matching Append function.
-  template <class T>
-  ValistStream& Append(T const& value);
+  template <class T> ValistStream& Append(T const& value);
 
   /// Appends `value` (see Append).
-  template <class T>
-  ValistStream& operator<<(T const& value) {
-    return Append(value);
-  }
+  template <class T> ValistStream& operator<<(T const& value) { return Append(value); }
 
   /// Turns the string slots into pointers into the pool (once).
   void Resolve();
@@ -109,8 +105,7 @@ private:
   bool m_bResolved;
 };
 
-template <class T>
-ValistStream& ValistStream::Append(T const& value) {
+template <class T> ValistStream& ValistStream::Append(T const& value) {
   using V = std::decay_t<T>;
   if constexpr (std::is_same_v<V, char*> || std::is_same_v<V, char const*>)
     return AppendString(static_cast<char const*>(value));

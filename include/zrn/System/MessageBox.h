@@ -43,8 +43,7 @@ using MessageBoxHandler =
     std::function<int(std::string_view caption, std::string_view text, unsigned style)>;
 
 /// Shows a modal message box through the installed handler.
-ZRN_API int ShowMessageBox(std::string_view caption, std::string_view text,
-                           unsigned style);
+ZRN_API int ShowMessageBox(std::string_view caption, std::string_view text, unsigned style);
 
 /// Installs `handler` and returns the previous one (empty for the default).
 /// An empty handler restores the default. Thread-safe.

@@ -1,5 +1,5 @@
-#include <zrn/Profile/GLog/LogManager.h>
 #include <zrn/Profile/ErrorException.h>
+#include <zrn/Profile/GLog/LogManager.h>
 
 #include "Platform/Platform.h"
 #include "Profile/GLog/LogFile.h"
@@ -57,10 +57,14 @@ boost::recursive_mutex& LogLock() {
 
 std::wstring_view LevelText(EnLogLevel level) {
   switch (level) {
-  case LOG_LEVEL_CRITICAL: return L"CRITICAL";
-  case LOG_LEVEL_NORMAL: return L"NORMAL";
-  case LOG_LEVEL_TRIVIAL: return L"TRIVIAL";
-  case LOG_LEVEL_DEBUG: return L"DEBUG";
+  case LOG_LEVEL_CRITICAL:
+    return L"CRITICAL";
+  case LOG_LEVEL_NORMAL:
+    return L"NORMAL";
+  case LOG_LEVEL_TRIVIAL:
+    return L"TRIVIAL";
+  case LOG_LEVEL_DEBUG:
+    return L"DEBUG";
   }
   return {};
 }
@@ -134,8 +138,7 @@ EnLogLevel CLogManager::FilterLevel() const {
   return m_stackLevels.empty() ? LOG_LEVEL_TRIVIAL : m_stackLevels.top();
 }
 
-template <class Text>
-void CLogManager::WriteLine(Text const& message, EnLogLevel level) {
+template <class Text> void CLogManager::WriteLine(Text const& message, EnLogLevel level) {
   LogGuard lock(LogLock());
   if (static_cast<int>(level) > static_cast<int>(FilterLevel()))
     return;
@@ -181,13 +184,9 @@ void CLogManager::Dispatch(LineBuffer& buffer, EnLogLevel level) {
     *m_vecOutputStreams[i] << buffer.wide;
 }
 
-void CLogManager::Log(std::wstring const& message, EnLogLevel level) {
-  WriteLine(message, level);
-}
+void CLogManager::Log(std::wstring const& message, EnLogLevel level) { WriteLine(message, level); }
 
-void CLogManager::Log(std::string const& message, EnLogLevel level) {
-  WriteLine(message, level);
-}
+void CLogManager::Log(std::string const& message, EnLogLevel level) { WriteLine(message, level); }
 
 void CLogManager::SetLogLevel(EnLogLevel level) {
   LogGuard lock(LogLock());

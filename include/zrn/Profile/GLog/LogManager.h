@@ -111,8 +111,7 @@ private:
   struct LineBuffer;
   class TimeOfDayCache;
 
-  template <class Text>
-  void WriteLine(Text const& message, EnLogLevel level);
+  template <class Text> void WriteLine(Text const& message, EnLogLevel level);
   void Dispatch(LineBuffer& buffer, EnLogLevel level);
   EnLogLevel FilterLevel() const;
 

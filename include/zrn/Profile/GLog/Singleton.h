@@ -25,8 +25,7 @@ public:
 ///
 /// The library instantiates it for its own singletons, so that the library
 /// and every host module share one instance of each.
-template <class T>
-class ZRN_API CSingleton : public CNonCopyable {
+template <class T> class ZRN_API CSingleton : public CNonCopyable {
 public:
   /// The one instance, constructed on the first call.
   static T& GetInstance();
@@ -41,16 +40,12 @@ protected:
 // Defined out of the class so that an explicit instantiation declaration
 // (extern template) keeps them out of line: the instance then lives in the
 // module that instantiates the template, not in every module that calls it.
-template <class T>
-T& CSingleton<T>::GetInstance() {
+template <class T> T& CSingleton<T>::GetInstance() {
   static T s_instance;
   return s_instance;
 }
 
-template <class T>
-T* CSingleton<T>::GetInstancePtr() {
-  return &GetInstance();
-}
+template <class T> T* CSingleton<T>::GetInstancePtr() { return &GetInstance(); }
 
 } // namespace zrn
 
