@@ -201,13 +201,11 @@ private:
     switch (d.conversion) {
     case 'd':
     case 'i':
-      EmitSigned(d, slot);
-      break;
     case 'u':
     case 'x':
     case 'X':
     case 'o':
-      EmitUnsigned(d, slot);
+      EmitInteger(d, slot);
       break;
     case 'c':
       EmitChar(d, slot);
@@ -225,46 +223,31 @@ private:
     return true;
   }
 
-  void EmitSigned(Conversion const& d, std::size_t slot) {
-    const unsigned long long bits = m_stream.SlotBits(slot);
-    long long value;
-    switch (d.size) {
-    case Conversion::Size::Char:
-      value = static_cast<signed char>(bits);
-      break;
-    case Conversion::Size::Short:
-      value = static_cast<std::int16_t>(bits);
-      break;
-    case Conversion::Size::Long64:
-      value = static_cast<long long>(bits);
-      break;
-    default:
-      value = static_cast<std::int32_t>(bits);
-      break;
-    }
-    char pattern[kPatternSize];
-    Rebuild(d, "ll", d.conversion, pattern);
-    m_out.Print(pattern, d.width, d.precision, value);
+  // The slot cut to the conversion's size, sign-extended for %d and %i.
+  static unsigned long long SizedBits(unsigned long long bits, Conversion::Size size,
+                                      bool isSigned) {
+    const int width = size == Conversion::Size::Char     ? 8
+                      : size == Conversion::Size::Short  ? 16
+                      : size == Conversion::Size::Long64 ? 64
+                                                         : 32;
+    if (width == 64)
+      return bits;
+    const unsigned long long mask = (1ULL << width) - 1;
+    bits &= mask;
+    if (isSigned && ((bits >> (width - 1)) & 1))
+      bits |= ~mask;
+    return bits;
   }
 
-  void EmitUnsigned(Conversion const& d, std::size_t slot) {
-    unsigned long long value = m_stream.SlotBits(slot);
-    switch (d.size) {
-    case Conversion::Size::Char:
-      value = static_cast<unsigned char>(value);
-      break;
-    case Conversion::Size::Short:
-      value = static_cast<std::uint16_t>(value);
-      break;
-    case Conversion::Size::Long64:
-      break;
-    default:
-      value = static_cast<std::uint32_t>(value);
-      break;
-    }
+  void EmitInteger(Conversion const& d, std::size_t slot) {
+    const bool isSigned = d.conversion == 'd' || d.conversion == 'i';
+    const unsigned long long bits = SizedBits(m_stream.SlotBits(slot), d.size, isSigned);
     char pattern[kPatternSize];
     Rebuild(d, "ll", d.conversion, pattern);
-    m_out.Print(pattern, d.width, d.precision, value);
+    if (isSigned)
+      m_out.Print(pattern, d.width, d.precision, static_cast<long long>(bits));
+    else
+      m_out.Print(pattern, d.width, d.precision, bits);
   }
 
   void EmitChar(Conversion const& d, std::size_t slot) {
