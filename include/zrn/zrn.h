@@ -5,7 +5,18 @@
 
 #include <zrn/Export.h>
 
+#include <zrn/IO/DataSizeStream.h>
+#include <zrn/IO/DbArchive.h>
+#include <zrn/IO/DbArchiveImpl.h>
+#include <zrn/IO/EndianInfo.h>
+#include <zrn/IO/FileIOStream.h>
+#include <zrn/IO/IODevice.h>
+#include <zrn/IO/MemStream.h>
 #include <zrn/Object/RefPtr.h>
+
+#include <zrn/Object/DataType.h>
+#include <zrn/Object/IBase.h>
+#include <zrn/Object/ObjectFactory.h>
 #include <zrn/Object/Referenced.h>
 #include <zrn/Object/WeakPtr.h>
 

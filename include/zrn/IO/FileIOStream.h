@@ -1,0 +1,67 @@
+// A device over a file.
+//
+// Storing gathers the whole output in memory, in 1 MiB chunks, and writes the
+// file in one pass when the device is closed: back-patching only touches
+// memory, and until close the file is empty. Loading reads through the file.
+#ifndef ZRN_IO_FILEIOSTREAM_H
+#define ZRN_IO_FILEIOSTREAM_H
+
+#include <zrn/IO/IODevice.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace zrn {
+
+/// A file device. Paths reach the operating system as UTF-8.
+///
+/// A storing device accepts positions from 0 up to the largest position
+/// written so far (seek returns false for any other and does not move), and
+/// holds at most 2^31 - 1 bytes: a write that would go past that returns
+/// false and writes nothing. Failures to open or close the file are not
+/// reported by the I/O calls; IsGood tells.
+class ZRN_API GFileIOStream : public GIODevice {
+public:
+  /// Opens `path` for output (truncating) when storing, else for input; in
+  /// binary mode unless `text` is true.
+  GFileIOStream(bool bStoring, std::wstring path, bool text);
+  /// Closes the file, writing the gathered output first.
+  ~GFileIOStream() override;
+
+  GFileIOStream(GFileIOStream const&) = delete;
+  GFileIOStream& operator=(GFileIOStream const&) = delete;
+
+  long long pos() override;
+  bool Write(void* data, unsigned int size) override;
+  /// Loading: reads through the file and returns the number of bytes read.
+  unsigned int Read(void* data, unsigned int size) override;
+  bool seek(long long position) override;
+  long long RemainingSize() override;
+
+  /// Reads one line of at most 1,999 characters; true when it is not empty.
+  /// The rest of a longer line comes with the next call.
+  bool ReadLine(std::string& line);
+  /// Writes the gathered output to the file, closes it and frees the chunks.
+  void close();
+
+  /// False once opening, reading the size, writing or closing has failed.
+  bool IsGood() const { return m_file.good() || m_file.eof(); }
+
+private:
+  static const unsigned int BUF_LIMIT = 0x100000;
+
+  bool WriteBuffer(void const* data, unsigned int size);
+  void flush();
+
+  std::fstream m_file;
+  std::vector<char*> m_vecChunks;
+  int m_nHighWater;
+  int m_nWritePos;
+  long long m_nReadPos;
+  long long m_nFileSize;
+};
+
+} // namespace zrn
+
+#endif // ZRN_IO_FILEIOSTREAM_H

@@ -1,0 +1,152 @@
+#include <zrn/IO/FileIOStream.h>
+
+#include "Text/Utf8.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+
+namespace zrn {
+
+namespace {
+
+constexpr long long kMaxOutput = std::numeric_limits<int>::max();
+constexpr std::streamsize kLineBufferSize = 2000;
+
+char* NewChunk(std::size_t size) {
+  // Zeroed, so that no byte of a chunk is ever undefined.
+  return static_cast<char*>(std::calloc(size, 1));
+}
+
+} // namespace
+
+GFileIOStream::GFileIOStream(bool bStoring, std::wstring path, bool text)
+    : GIODevice(bStoring), m_nHighWater(0), m_nWritePos(0), m_nReadPos(0), m_nFileSize(0) {
+  std::ios::openmode mode = bStoring ? (std::ios::out | std::ios::trunc) : std::ios::in;
+  if (!text)
+    mode |= std::ios::binary;
+  m_file.open(detail::ToUtf8(path), mode);
+  if (storing) {
+    m_vecChunks.push_back(NewChunk(BUF_LIMIT));
+  } else if (m_file.is_open()) {
+    const auto end = m_file.rdbuf()->pubseekoff(0, std::ios::end, std::ios::in);
+    m_nFileSize = end < 0 ? 0 : static_cast<long long>(end);
+    if (end < 0 || m_file.rdbuf()->pubseekpos(0, std::ios::in) != 0)
+      m_file.setstate(std::ios::failbit);
+  }
+}
+
+GFileIOStream::~GFileIOStream() { close(); }
+
+long long GFileIOStream::pos() { return storing ? m_nWritePos : m_nReadPos; }
+
+bool GFileIOStream::seek(long long position) {
+  if (storing) {
+    if (position < 0 || position > m_nHighWater)
+      return false;
+    m_nWritePos = static_cast<int>(position);
+    return true;
+  }
+  if (position < 0)
+    return false;
+  // Past the end is allowed, as with any file: reads there return nothing.
+  if (m_file.rdbuf()->pubseekpos(position, std::ios::in) < 0)
+    return false;
+  if (m_file.is_open())
+    m_file.clear(); // an end reached by ReadLine before no longer holds
+  m_nReadPos = position;
+  return true;
+}
+
+long long GFileIOStream::RemainingSize() {
+  if (storing)
+    return m_nHighWater - m_nWritePos;
+  return std::max(0LL, m_nFileSize - m_nReadPos);
+}
+
+unsigned int GFileIOStream::Read(void* data, unsigned int size) {
+  if (storing || !m_file.is_open())
+    return 0;
+  const std::streamsize got = m_file.rdbuf()->sgetn(static_cast<char*>(data), size);
+  const auto n = static_cast<unsigned int>(std::max<std::streamsize>(got, 0));
+  m_nReadPos += n;
+  return n;
+}
+
+bool GFileIOStream::ReadLine(std::string& line) {
+  char buffer[kLineBufferSize];
+  buffer[0] = '\0';
+  m_file.getline(buffer, kLineBufferSize);
+  if (m_file.fail() && !m_file.eof() && m_file.gcount() == kLineBufferSize - 1)
+    m_file.clear(); // a longer line: the rest comes next time
+  const auto position = m_file.rdbuf()->pubseekoff(0, std::ios::cur, std::ios::in);
+  if (position >= 0)
+    m_nReadPos = position;
+  line.assign(buffer);
+  return !line.empty();
+}
+
+bool GFileIOStream::Write(void* data, unsigned int size) {
+  if (size == 0)
+    return true;
+  if (m_nWritePos + static_cast<long long>(size) > kMaxOutput)
+    return false;
+  auto const* source = static_cast<char const*>(data);
+  while (size > BUF_LIMIT) {
+    if (!WriteBuffer(source, BUF_LIMIT))
+      return false;
+    source += BUF_LIMIT;
+    size -= BUF_LIMIT;
+  }
+  return WriteBuffer(source, size);
+}
+
+bool GFileIOStream::WriteBuffer(void const* data, unsigned int size) {
+  auto const* source = static_cast<char const*>(data);
+  while (size > 0) {
+    const std::size_t chunk = static_cast<std::size_t>(m_nWritePos) / BUF_LIMIT;
+    while (m_vecChunks.size() <= chunk) {
+      char* const fresh = NewChunk(BUF_LIMIT);
+      if (!fresh)
+        return false;
+      m_vecChunks.push_back(fresh);
+    }
+    const std::size_t offset = static_cast<std::size_t>(m_nWritePos) % BUF_LIMIT;
+    const unsigned int n = std::min<unsigned int>(size, BUF_LIMIT - offset);
+    std::memcpy(m_vecChunks[chunk] + offset, source, n);
+    source += n;
+    size -= n;
+    m_nWritePos += static_cast<int>(n);
+  }
+  m_nHighWater = std::max(m_nHighWater, m_nWritePos);
+  return true;
+}
+
+void GFileIOStream::flush() {
+  if (m_nHighWater == 0 || !m_file.is_open())
+    return;
+  long long left = m_nHighWater;
+  for (char* chunk : m_vecChunks) {
+    const auto n = static_cast<std::streamsize>(std::min<long long>(left, BUF_LIMIT));
+    if (n == 0)
+      break;
+    if (m_file.rdbuf()->sputn(chunk, n) != n)
+      m_file.setstate(std::ios::badbit);
+    left -= n;
+  }
+}
+
+void GFileIOStream::close() {
+  if (storing)
+    flush();
+  if (m_file.is_open())
+    m_file.close(); // a failure sets the fail state
+  m_nHighWater = 0;
+  m_nWritePos = 0;
+  for (char* chunk : m_vecChunks)
+    std::free(chunk);
+  m_vecChunks.clear();
+}
+
+} // namespace zrn

@@ -1,0 +1,312 @@
+#include <zrn/IO/DataSizeStream.h>
+#include <zrn/IO/DbArchiveImpl.h>
+#include <zrn/IO/FileIOStream.h>
+#include <zrn/IO/MemStream.h>
+
+#include "Support/Bytes.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <functional>
+
+namespace zrn {
+namespace {
+
+using test::Bytes;
+
+// Runs `write` on a fresh storing archive and returns the bytes written.
+Bytes Store(std::function<void(GDbArchiveImpl&)> const& write) {
+  GMemStream stream(true, nullptr, 0);
+  GDbArchiveImpl ar(&stream);
+  write(ar);
+  return test::Written(stream);
+}
+
+// A loading archive over a copy of `bytes`; owns its stream.
+class Loader {
+public:
+  explicit Loader(Bytes const& bytes)
+      : m_stream(test::LoadingStream(bytes)), m_ar(m_stream.get()) {}
+  GDbArchiveImpl& operator*() { return m_ar; }
+  GDbArchiveImpl* operator->() { return &m_ar; }
+
+private:
+  CRefPtr<GMemStream> m_stream;
+  GDbArchiveImpl m_ar;
+};
+
+void const* Key(long long id) { return reinterpret_cast<void const*>(id); }
+
+TEST(GDbArchiveFormat, Primitives) {
+  EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << true << short(-2) << 7 << 1.0; }),
+            (Bytes{0x01, 0xFE, 0xFF, 7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}));
+  EXPECT_EQ(
+      Store([](GDbArchiveImpl& ar) {
+        ar << -1L;
+        ar << 0xFFFFFFFFUL;
+      }),
+      (Bytes{0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0}));
+  Loader in(Bytes(8, 0xFF));
+  long value = 0;
+  *in >> value;
+  EXPECT_EQ(value, -1);
+
+  Loader bools(Bytes{0, 1, 7});
+  bool a = true, b = false, c = false;
+  *bools >> a >> b >> c;
+  EXPECT_TRUE(!a && b && c); // any byte but 0 reads as true
+}
+
+TEST(GDbArchiveFormat, Strings) {
+  EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << std::string() << std::string("abc"); }),
+            (Bytes{0, 0, 0, 0, 3, 0, 0, 0, 'a', 'b', 'c'}));
+  EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << std::wstring(L"ab"); }),
+            (Bytes{2, 0, 0, 0, 'a', 0, 'b', 0}));
+  // Above U+FFFF: a surrogate pair, counted as two units.
+  EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << std::wstring(L"\U0001F600"); }),
+            (Bytes{2, 0, 0, 0, 0x3D, 0xD8, 0x00, 0xDE}));
+  // Plain pointers are written as strings, not as bools.
+  EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << "hi"; }), (Bytes{2, 0, 0, 0, 'h', 'i'}));
+
+  const std::wstring wide = L"x\U0001F600y" + std::wstring(1, wchar_t(0xDC00)) + L"z";
+  const Bytes stored =
+      Store([&](GDbArchiveImpl& ar) { ar << std::string() << std::string("a\0b", 3) << wide; });
+  Loader in(stored);
+  std::string kept = "x";
+  std::string cut;
+  std::wstring back;
+  *in >> kept >> cut >> back;
+  EXPECT_EQ(kept, "x"); // a stored empty string leaves the target alone
+  EXPECT_EQ(cut, "a");  // text ends at its first NUL
+  EXPECT_EQ(back, wide);
+  EXPECT_EQ(in->DevicePos(), static_cast<long long>(stored.size()));
+}
+
+TEST(GDbArchiveFormat, LengthsBeyondTheStreamReadNothing) {
+  Loader in(Bytes{0xE8, 0x03, 0, 0, 'a', 'b', 'c'}); // claims 1,000 bytes
+  std::string text = "old";
+  *in >> text;
+  EXPECT_EQ(text, "");
+  EXPECT_EQ(in->DevicePos(), 4);
+
+  Loader bytes(Bytes{0xFF, 0xFF, 0xFF, 0x7F, 1, 2});
+  void* data = reinterpret_cast<void*>(1);
+  int size = -1;
+  bytes->ReadBytes(data, size);
+  EXPECT_EQ(data, nullptr);
+  EXPECT_EQ(size, 0);
+
+  Loader wide(Bytes{3, 0, 0, 0, 'a', 0, 'b', 0});
+  std::wstring target = L"old";
+  *wide >> target;
+  EXPECT_EQ(target, L"");
+}
+
+TEST(GDbArchiveFormat, ByteArrays) {
+  char payload[3] = {9, 8, 7};
+  const Bytes stored = Store([&](GDbArchiveImpl& ar) {
+    ar.WriteBytes(payload, 3);
+    ar.WriteBytes(payload, 0);
+    ar.WriteRawData(payload, 2);
+  });
+  EXPECT_EQ(stored, (Bytes{3, 0, 0, 0, 9, 8, 7, 0, 0, 0, 0, 9, 8}));
+  Loader in(stored);
+  void* data = nullptr;
+  int size = 0;
+  in->ReadBytes(data, size);
+  ASSERT_EQ(size, 3);
+  EXPECT_EQ(static_cast<char*>(data)[2], 7);
+  ::operator delete(data);
+  in->ReadBytes(data, size);
+  EXPECT_EQ(data, nullptr);
+  EXPECT_EQ(size, 0);
+}
+
+TEST(GDbArchiveObjects, EmptyAndSingleBlockObjects) {
+  EXPECT_EQ(Store([](GDbArchiveImpl& ar) {
+              ar.WriteEmptyObject();
+              EXPECT_EQ(ar.CreateNewObjectID(), 2); // the empty object took id 1
+            }),
+            (Bytes{1, 0, 0}));
+
+  const Bytes stored = Store([](GDbArchiveImpl& ar) {
+    const void* key = Key(ar.CreateNewObjectID());
+    ar.BeginWriteObject(key, 1);
+    EXPECT_EQ(ar.GetVersion(), 1);
+    ar.BeginWriteBlock(1, key);
+    ar << 0x0102030405060708LL;
+    ar.EndWriteBlock(1, key);
+    ar.EndWriteObject(key);
+    EXPECT_EQ(ar.DevicePos(), 16);
+    EXPECT_EQ(ar.GetVersion(), 0);
+  });
+  EXPECT_EQ(stored, (Bytes{1, 0, 1, 1, 8, 0, 0, 0, 8, 7, 6, 5, 4, 3, 2, 1}));
+}
+
+TEST(GDbArchiveObjects, NestedObjectsPatchTheirOwnSizes) {
+  const Bytes stored = Store([](GDbArchiveImpl& ar) {
+    ar.BeginWriteObject(Key(1), 2);
+    ar.BeginWriteBlock(1, Key(1));
+    ar.BeginWriteObject(Key(2), 1);
+    ar.BeginWriteBlock(5, Key(2));
+    ar << 0x11223344;
+    ar.EndWriteBlock(5, Key(2));
+    ar.EndWriteObject(Key(2));
+    ar.EndWriteBlock(1, Key(1));
+    ar.EndWriteObject(Key(1));
+    // Calls for keys that are not being written are ignored.
+    ar.BeginWriteBlock(3, Key(9));
+    ar.EndWriteObject(Key(9));
+  });
+  EXPECT_EQ(stored,
+            (Bytes{2, 0, 1, 1, 12, 0, 0, 0, 1, 0, 1, 5, 4, 0, 0, 0, 0x44, 0x33, 0x22, 0x11}));
+}
+
+// An object of version 1 with blocks 2 (a string) and 1 (an int), then 42.
+Bytes TwoBlockObjectThen42() {
+  return Store([](GDbArchiveImpl& ar) {
+    const void* key = Key(ar.CreateNewObjectID());
+    ar.BeginWriteObject(key, 1);
+    ar.BeginWriteBlock(2, key);
+    ar << std::string("unknown to old readers");
+    ar.EndWriteBlock(2, key);
+    ar.BeginWriteBlock(1, key);
+    ar << 7;
+    ar.EndWriteBlock(1, key);
+    ar.EndWriteObject(key);
+    ar << 42;
+  });
+}
+
+TEST(GDbArchiveObjects, ReadersSkipUnknownBlocksAndWholeObjects) {
+  Loader in(TwoBlockObjectThen42());
+  unsigned char count = 0;
+  unsigned short version = 0;
+  in->ReadObject(count, version);
+  ASSERT_EQ(count, 2);
+  int known = 0;
+  for (int i = 0; i < count; ++i) {
+    unsigned char tag;
+    unsigned int size;
+    in->ReadBlock(tag, size);
+    if (tag == 1)
+      *in >> known;
+    else
+      in->SeekPos(static_cast<int>(size), GDbArchive::SEEKFROM_CURRENT);
+  }
+  in->EndReadObject();
+  EXPECT_EQ(known, 7);
+  EXPECT_EQ(in->GetVersion(), 0);
+
+  Loader skipping(TwoBlockObjectThen42());
+  skipping->SkipObject();
+  EXPECT_EQ(skipping->GetVersion(), 0); // what it pushed, it popped
+  int after = 0;
+  *skipping >> after;
+  EXPECT_EQ(after, 42);
+}
+
+TEST(GDbArchiveObjects, RollbackAndSeek) {
+  const Bytes stored = Store([](GDbArchiveImpl& ar) {
+    ar << 0xAAAAAAAA;
+    const void* key = Key(ar.CreateNewObjectID());
+    ar.BeginWriteObject(key, 3);
+    ar.BeginWriteBlock(1, key);
+    ar << 1.5;
+    ar.RollbackWriteObject(4); // the object failed half-way
+    EXPECT_EQ(ar.DevicePos(), 7);
+    EXPECT_EQ(ar.GetVersion(), 0); // and is forgotten
+    ar.SeekPos(4, GDbArchive::SEEKFROM_CURRENT);
+    EXPECT_EQ(ar.DevicePos(), 11);
+    ar.SeekPos(4, GDbArchive::SEEKFROM_BEGIN);
+    EXPECT_EQ(ar.DevicePos(), 4);
+    ar.SeekPos(7, GDbArchive::SEEKFROM_BEGIN);
+  });
+  EXPECT_EQ(stored, (Bytes{0xAA, 0xAA, 0xAA, 0xAA, 1, 0, 0}));
+
+  Loader in(TwoBlockObjectThen42());
+  unsigned char count;
+  unsigned short version;
+  in->ReadObject(count, version);
+  int ignored;
+  *in >> ignored; // reading went wrong inside the object
+  in->RollbackReadObject(0);
+  EXPECT_EQ(in->GetVersion(), 0);
+  *in >> ignored;
+  EXPECT_EQ(ignored, 42);
+}
+
+TEST(GDbArchive, TablesAndVersions) {
+  GDbArchiveImpl ar;
+  EXPECT_EQ(ar.GetMapPropertyID(GBM_STRING, false), nullptr);
+  auto* map = ar.GetMapPropertyID(GBM_STRING, true);
+  ASSERT_NE(map, nullptr);
+  EXPECT_EQ(ar.GetMapPropertyID(GBM_STRING, false), map);
+  ar.GetArchivedPropertyScheme().insert(GBM_COLOR);
+  (*map)[3] = 4;
+  GDbArchiveImpl copy(ar);
+  EXPECT_EQ((*copy.GetMapPropertyID(GBM_STRING, false))[3], 4);
+  EXPECT_EQ(copy.GetArchivedPropertyScheme().count(GBM_COLOR), 1u);
+  EXPECT_EQ(ar.CurrentVersion(), 0);
+  EXPECT_EQ(ar.GeometryVersion(), 16);
+  EXPECT_EQ(GDbArchive::LatestVersion(), 16);
+  // Without a device nothing is read or written.
+  int value = 5;
+  ar << 1;
+  ar >> value;
+  ar.SkipObject();
+  EXPECT_EQ(value, 5);
+  EXPECT_EQ(ar.DevicePos(), 0);
+}
+
+TEST(GDbArchive, SameBytesThroughEveryDevice) {
+  auto write = [](GDbArchiveImpl& ar) {
+    for (int i = 0; i < 50000; ++i) {
+      const void* key = Key(ar.CreateNewObjectID());
+      ar.BeginWriteObject(key, 1);
+      ar.BeginWriteBlock(1, key);
+      ar << static_cast<long long>(i) << i * 0.5 << std::to_string(i) << std::wstring(L"w");
+      ar.EndWriteBlock(1, key);
+      ar.EndWriteObject(key);
+    }
+  };
+  const Bytes memory = Store(write);
+
+  GDataSizeStream counter;
+  GDbArchiveImpl counting(&counter);
+  write(counting);
+  EXPECT_EQ(counter.pos(), static_cast<long long>(memory.size()));
+
+  const auto path = std::filesystem::path(::testing::TempDir()) / "zrn_archive_round_trip";
+  {
+    GFileIOStream file(true, path.wstring(), false);
+    GDbArchiveImpl ar(&file);
+    write(ar);
+  }
+  std::ifstream in(path, std::ios::binary);
+  EXPECT_EQ(Bytes(std::istreambuf_iterator<char>(in), {}), memory);
+
+  GFileIOStream file(false, path.wstring(), false);
+  GDbArchiveImpl reader(&file);
+  long long id = -1;
+  std::string text;
+  for (int i = 0; i < 50000; ++i) {
+    unsigned char count, tag;
+    unsigned short version;
+    unsigned int size;
+    double half;
+    std::wstring wide;
+    reader.ReadObject(count, version);
+    reader.ReadBlock(tag, size);
+    reader >> id >> half >> text >> wide;
+    reader.EndReadObject();
+  }
+  EXPECT_EQ(id, 49999);
+  EXPECT_EQ(text, "49999");
+  std::filesystem::remove(path);
+}
+
+} // namespace
+} // namespace zrn
