@@ -7,7 +7,8 @@ packages=(
   g++ cmake make pkg-config
   libboost-thread-dev libboost-date-time-dev libboost-filesystem-dev libboost-system-dev
   libzip-dev libtinyxml-dev
-  libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev
+  libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev libcereal-dev
+  libboost-serialization-dev
   "$@"
 )
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release mode and runs them (arguments are passed to
-# every benchmark program, e.g. --benchmark_filter=Log).
+# every benchmark program, e.g. --benchmark_filter=Log). With --build-only as
+# the first argument, only builds them.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${ZRN_BUILD_DIR:-$root/build-bench}
@@ -9,6 +10,7 @@ build=${ZRN_BUILD_DIR:-$root/build-bench}
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DZRN_BUILD_BENCH=ON \
   -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)"
+[ "${1:-}" = --build-only ] && exit 0
 for program in "$build"/bench/zrn_bench_*; do
   "$program" "$@"
 done

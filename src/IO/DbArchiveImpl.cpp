@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <typeinfo>
 
 namespace zrn {
 
@@ -14,15 +15,24 @@ namespace {
 // this much beyond the bytes actually received.
 constexpr std::size_t kUnsizedReadStep = 1 << 20;
 
+// The length of `text` up to its first NUL, at most `size`.
+std::size_t UpToNul(char const* text, std::size_t size) {
+  const void* const nul = std::memchr(text, '\0', size);
+  return nul ? static_cast<std::size_t>(static_cast<char const*>(nul) - text) : size;
+}
+
 } // namespace
 
 GDbArchiveImpl::GDbArchiveImpl(GIODevice* device)
-    : m_pDevice(device), m_nActiveRecord(-1), m_nObjectID(0) {
+    : m_pDevice(device), m_pMemory(nullptr), m_nActiveRecord(-1), m_nObjectID(0) {
+  if (m_pDevice && typeid(*m_pDevice) == typeid(GMemStream))
+    m_pMemory = static_cast<GMemStream*>(m_pDevice);
   if (m_pDevice)
     m_pDevice->seek(0);
 }
 
-GDbArchiveImpl::GDbArchiveImpl() : m_pDevice(nullptr), m_nActiveRecord(-1), m_nObjectID(0) {}
+GDbArchiveImpl::GDbArchiveImpl()
+    : m_pDevice(nullptr), m_pMemory(nullptr), m_nActiveRecord(-1), m_nObjectID(0) {}
 
 GDbArchiveImpl::GDbArchiveImpl(GDbArchiveImpl const& other) = default;
 
@@ -34,7 +44,18 @@ bool GDbArchiveImpl::IsLoading() { return !m_pDevice || m_pDevice->IsLoading(); 
 
 bool GDbArchiveImpl::IsStoring() { return !IsLoading(); }
 
-long long GDbArchiveImpl::DevicePos() { return m_pDevice ? m_pDevice->pos() : 0; }
+long long GDbArchiveImpl::DevicePos() {
+  if (m_pMemory)
+    return m_pMemory->m_nPosition;
+  return m_pDevice ? m_pDevice->pos() : 0;
+}
+
+void GDbArchiveImpl::PutBytes(void const* data, unsigned int size) {
+  if (m_pMemory)
+    m_pMemory->FastWrite(data, size);
+  else if (m_pDevice)
+    m_pDevice->Write(const_cast<void*>(data), size);
+}
 
 void GDbArchiveImpl::GetCurPos(long long& position) { position = DevicePos(); }
 
@@ -65,17 +86,17 @@ void GDbArchiveImpl::InitArchivePosData() {
 // --- Values ------------------------------------------------------------------
 
 GDbArchive& GDbArchiveImpl::operator<<(std::string const& value) {
-  *this << static_cast<int>(value.size());
+  Put(static_cast<int>(value.size()));
   if (!value.empty())
-    WriteRawData(const_cast<char*>(value.data()), static_cast<int>(value.size()));
+    PutBytes(value.data(), static_cast<unsigned int>(value.size()));
   return *this;
 }
 
 GDbArchive& GDbArchiveImpl::operator<<(std::wstring const& value) {
   detail::EncodeUtf16(value, m_strScratch);
-  *this << static_cast<int>(m_strScratch.size() / 2);
+  Put(static_cast<int>(m_strScratch.size() / 2));
   if (!m_strScratch.empty())
-    WriteRawData(m_strScratch.data(), static_cast<int>(m_strScratch.size()));
+    PutBytes(m_strScratch.data(), static_cast<unsigned int>(m_strScratch.size()));
   return *this;
 }
 
@@ -140,10 +161,18 @@ GDbArchive& GDbArchiveImpl::operator>>(std::string& value) {
   const int length = ReadLength();
   if (length < 1)
     return *this;
+  if (m_pMemory) {
+    char const* const text = m_pMemory->FastTake(static_cast<unsigned int>(length));
+    if (!text)
+      value.clear();
+    else
+      value.assign(text, UpToNul(text, static_cast<std::size_t>(length)));
+    return *this;
+  }
   if (!ReadPayload(value, static_cast<std::size_t>(length)))
     value.clear();
   else
-    value.resize(std::min(value.size(), value.find('\0')));
+    value.resize(UpToNul(value.data(), value.size()));
   return *this;
 }
 
@@ -151,7 +180,16 @@ GDbArchive& GDbArchiveImpl::operator>>(std::wstring& value) {
   const int length = ReadLength();
   if (length < 1)
     return *this;
-  if (!ReadPayload(m_strScratch, static_cast<std::size_t>(length) * 2))
+  const std::size_t bytes = static_cast<std::size_t>(length) * 2;
+  if (m_pMemory) {
+    char const* const units = m_pMemory->FastTake(bytes);
+    if (!units)
+      value.clear();
+    else
+      detail::DecodeUtf16(std::string_view(units, bytes), value);
+    return *this;
+  }
+  if (!ReadPayload(m_strScratch, bytes))
     value.clear();
   else
     detail::DecodeUtf16(m_strScratch, value);
@@ -192,14 +230,18 @@ GDbArchive& GDbArchiveImpl::ReadBytes(void*& data, int& size) {
 }
 
 GDbArchive& GDbArchiveImpl::ReadRawData(void* data, int size) {
-  if (m_pDevice && size > 0)
+  if (size <= 0)
+    return *this;
+  if (m_pMemory)
+    m_pMemory->FastRead(data, static_cast<unsigned int>(size));
+  else if (m_pDevice)
     m_pDevice->Read(data, static_cast<unsigned int>(size));
   return *this;
 }
 
 GDbArchive& GDbArchiveImpl::WriteRawData(void* data, int size) {
-  if (m_pDevice && size > 0)
-    m_pDevice->Write(data, static_cast<unsigned int>(size));
+  if (size > 0)
+    PutBytes(data, static_cast<unsigned int>(size));
   return *this;
 }
 
@@ -222,6 +264,15 @@ void GDbArchiveImpl::WriteSize(long long const& position, unsigned int const* si
                                unsigned char* size1) {
   if (!m_pDevice)
     return;
+  // A patch inside an owned memory buffer goes straight to its bytes; the
+  // seeks around it would not move anything.
+  const std::size_t width = size4 ? sizeof *size4 : sizeof *size1;
+  if (m_pMemory && m_pMemory->m_bOwned && position >= 0 &&
+      position + static_cast<long long>(width) <= m_pMemory->m_nPosition) {
+    std::memcpy(m_pMemory->m_pData + position, size4 ? static_cast<void const*>(size4) : size1,
+                width);
+    return;
+  }
   const long long back = m_pDevice->pos();
   m_pDevice->seek(position);
   if (size4)

@@ -35,8 +35,8 @@ void DecodeUtf16(std::string_view units, std::wstring& out) {
   auto unitAt = [bytes](std::size_t i) -> char32_t {
     return bytes[2 * i] | (bytes[2 * i + 1] << 8);
   };
-  out.clear();
-  out.reserve(count);
+  out.resize(count);
+  wchar_t* p = out.data();
   for (std::size_t i = 0; i < count; ++i) {
     char32_t c = unitAt(i);
     if (c == 0)
@@ -48,8 +48,9 @@ void DecodeUtf16(std::string_view units, std::wstring& out) {
         ++i;
       }
     }
-    out.push_back(static_cast<wchar_t>(c));
+    *p++ = static_cast<wchar_t>(c);
   }
+  out.resize(static_cast<std::size_t>(p - out.data()));
 }
 
 } // namespace zrn::detail

@@ -4,6 +4,7 @@
 #ifndef ZRN_SRC_PLATFORM_PLATFORM_H
 #define ZRN_SRC_PLATFORM_PLATFORM_H
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
@@ -24,6 +25,18 @@ bool SetThreadSlot(unsigned slot, void* value);
 /// Makes sure that the library's thread-detach work runs when the calling
 /// thread ends. Cheap after the first call on a thread.
 void WatchThreadExit();
+
+// --- Memory -----------------------------------------------------------------
+
+/// Alignment and size unit of large blocks: one huge page.
+constexpr std::size_t kLargeBlockAlignment = std::size_t{2} << 20;
+
+/// A zero-filled block of `size` bytes (a multiple of kLargeBlockAlignment),
+/// aligned to kLargeBlockAlignment and backed by huge pages where the system
+/// allows; null when no memory can be had.
+void* AllocateLargeBlock(std::size_t size);
+/// Returns a block from AllocateLargeBlock.
+void FreeLargeBlock(void* block, std::size_t size);
 
 // --- Debugger ---------------------------------------------------------------
 

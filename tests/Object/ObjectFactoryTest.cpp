@@ -48,14 +48,12 @@ TEST(GBaseObjectFactory, LibraryTypesAreRegisteredAtLoad) {
   EXPECT_EQ(factory.GetFunctionPtr(static_cast<eGBMDataType>(12345)), nullptr);
   EXPECT_EQ(factory.CreateVoidObject(static_cast<eGBMDataType>(12345)), nullptr);
 
-  auto* box = static_cast<LocalBox*>(factory.CreateVoidObject(GBM_LOCAL_BOX));
-  EXPECT_EQ(box->values[5], 0.0);
-  box->values[5] = 2.5;
-  auto* copy = static_cast<LocalBox*>(factory.GetFunctionPtr(GBM_LOCAL_BOX)->m_pfnCopyObject(box));
-  EXPECT_EQ(copy->values[5], 2.5);
-  EXPECT_EQ(factory.GetFunctionPtr(GBM_LOCAL_BOX)->m_pfnWriteObject, nullptr);
-  factory.GetFunctionPtr(GBM_LOCAL_BOX)->m_pfnDestroyObject(box, GBM_LOCAL_BOX);
-  factory.GetFunctionPtr(GBM_LOCAL_BOX)->m_pfnDestroyObject(copy, GBM_LOCAL_BOX);
+  sClassFunctionPtr const& box = *factory.GetFunctionPtr(GBM_LOCAL_BOX);
+  const LocalBox source{{1, 2, 3, 4, 5, 6}};
+  auto* copy = static_cast<LocalBox*>(box.m_pfnCopyObject(&source));
+  EXPECT_EQ(copy->values[5], 6.0);
+  EXPECT_EQ(box.m_pfnWriteObject, nullptr);
+  box.m_pfnDestroyObject(copy, GBM_LOCAL_BOX);
 }
 
 TEST(GBaseObjectFactory, RegisteredWritersUseTheArchive) {

@@ -4,6 +4,7 @@
 
 #include <zrn/IO/DbArchive.h>
 #include <zrn/IO/IODevice.h>
+#include <zrn/IO/MemStream.h>
 
 #include <cstddef>
 #include <string>
@@ -127,15 +128,20 @@ private:
   };
 
   template <class T> GDbArchive& Put(T const& value) {
-    if (m_pDevice)
+    if (m_pMemory)
+      m_pMemory->FastWrite(&value, sizeof value);
+    else if (m_pDevice)
       m_pDevice->Write(const_cast<T*>(&value), sizeof value);
     return *this;
   }
   template <class T> GDbArchive& Get(T& value) {
-    if (m_pDevice)
+    if (m_pMemory)
+      m_pMemory->FastRead(&value, sizeof value);
+    else if (m_pDevice)
       m_pDevice->Read(&value, sizeof value);
     return *this;
   }
+  void PutBytes(void const* data, unsigned int size);
 
   ObjectPosRecord* SetActiveObject(void const* key);
   void GetCurPos(long long& position);
@@ -148,6 +154,9 @@ private:
   bool ReadPayload(std::string& out, std::size_t size);
 
   GIODevice* m_pDevice;
+  // The device when it is exactly a GMemStream (no subclass overrides its
+  // operations): values then go to its buffer without a virtual call.
+  GMemStream* m_pMemory;
   // The objects being written, innermost last: nesting is shallow, so a
   // search from the back beats any map and allocates nothing per object.
   std::vector<KeyedRecord> m_vecRecords;

@@ -51,6 +51,7 @@ public:
 private:
   static const unsigned int BUF_LIMIT = 0x100000;
 
+  bool AddChunks();
   bool WriteBuffer(void const* data, unsigned int size);
   void flush();
 

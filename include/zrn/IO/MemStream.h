@@ -5,6 +5,7 @@
 #include <zrn/IO/IODevice.h>
 #include <zrn/Object/Referenced.h>
 
+#include <cstring>
 #include <vector>
 
 namespace zrn {
@@ -52,8 +53,37 @@ public:
   void SetData(char* src, int n);
 
 private:
+  friend class GDbArchiveImpl;
+
   // Points m_pData at the owned vector, resized to `size` (zero-filled).
   void AdoptOwned(unsigned int size);
+
+  // Inline paths for archives, with the results of Write and Read: values
+  // that fit go straight to or from the buffer.
+  bool FastWrite(void const* src, unsigned int n) {
+    if (m_bOwned && m_nPosition + n < m_nSize) {
+      std::memcpy(m_pData + m_nPosition, src, n);
+      m_nPosition += n;
+      return true;
+    }
+    return GMemStream::Write(const_cast<void*>(src), n);
+  }
+  unsigned int FastRead(void* dst, unsigned int n) {
+    char const* const bytes = FastTake(n);
+    if (!bytes)
+      return 0;
+    std::memcpy(dst, bytes, n);
+    return n;
+  }
+  // The next `n` bytes, consumed; null (and nothing consumed) when fewer
+  // remain.
+  char const* FastTake(unsigned long long n) {
+    if (m_nPosition < 0 || static_cast<unsigned long long>(m_nPosition) + n > m_nSize)
+      return nullptr;
+    char const* const bytes = m_pData + m_nPosition;
+    m_nPosition += static_cast<long long>(n);
+    return bytes;
+  }
 
   std::vector<char> m_vecBuffer;
   long long m_nPosition;
