@@ -1,15 +1,72 @@
-// A small host of the zrn library: it configures the logger, writes at
-// several levels to a log file and to standard output, and reports an error
-// through the per-thread error code.
+// A small host of the zrn library. It configures the logger and writes at
+// several levels to a log file and to standard output, reports errors through
+// the per-thread error code, and stores a small model in an archive file and
+// reads it back.
 //
-// Usage: sample_host [log-file]   (default: sample_host.log)
+// Usage: sample_host [log-file]   (default: sample_host.log; the model is
+// stored beside it with the extension .model)
 #include <zrn/zrn.h>
 
-#include <fstream>
+#include <algorithm>
 #include <iostream>
 #include <string>
+#include <vector>
 
 namespace {
+
+// A host model class: a named part with points, archived as an object of
+// version 1 with one block per field.
+class CPart : public zrn::IBase {
+public:
+  std::wstring name;
+  std::vector<double> points;
+
+  bool Serialize(zrn::GDbArchive& ar) override {
+    return ar.IsLoading() ? Load(ar) : Store(ar);
+  }
+
+private:
+  enum : unsigned char { kNameBlock = 1, kPointsBlock = 2 };
+
+  bool Store(zrn::GDbArchive& ar) {
+    const void* key = reinterpret_cast<void const*>(ar.CreateNewObjectID());
+    ar.BeginWriteObject(key, 1);
+    ar.BeginWriteBlock(kNameBlock, key);
+    ar << name;
+    ar.EndWriteBlock(kNameBlock, key);
+    ar.BeginWriteBlock(kPointsBlock, key);
+    ar << static_cast<int>(points.size());
+    for (double point : points)
+      ar << point;
+    ar.EndWriteBlock(kPointsBlock, key);
+    ar.EndWriteObject(key);
+    return true;
+  }
+
+  bool Load(zrn::GDbArchive& ar) {
+    unsigned char blocks = 0;
+    unsigned short version = 0;
+    ar.ReadObject(blocks, version);
+    for (unsigned i = 0; i < blocks; ++i) {
+      unsigned char tag = 0;
+      unsigned int size = 0;
+      ar.ReadBlock(tag, size);
+      if (tag == kNameBlock) {
+        ar >> name;
+      } else if (tag == kPointsBlock) {
+        int count = 0;
+        ar >> count;
+        points.assign(static_cast<std::size_t>(std::max(count, 0)), 0.0);
+        for (double& point : points)
+          ar >> point;
+      } else {
+        ar.SeekPos(static_cast<int>(size), zrn::GDbArchive::SEEKFROM_CURRENT); // newer data
+      }
+    }
+    ar.EndReadObject();
+    return true;
+  }
+};
 
 void ConfigureLog(zrn::CLogManager& log, std::wstring const& path) {
   log.SetDebuggerOutput(false);
@@ -36,7 +93,7 @@ void LogAtEveryLevel(zrn::CLogManager& log) {
   log.PopLogLevel();
 }
 
-void ReportAnError(zrn::CLogManager& log) {
+void ReportAnError() {
   zrn::ErrorCode::Report(zrn::err_bad_argument, 2);
   std::wcout << L"error " << zrn::GetError() << L": " << zrn::GetErrorMessage() << L'\n';
 
@@ -50,20 +107,47 @@ void ReportAnError(zrn::CLogManager& log) {
     std::wcout << L"caught: " << e.GetDescription() << L'\n';
   }
   zrn::ErrorCode::Clear();
-  log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
+}
+
+void StoreAndLoadModel(zrn::CLogManager& log, std::wstring const& path) {
+  CPart part;
+  part.name = L"bracket \u00e9";
+  part.points = {0.0, 1.5, 3.25};
+  {
+    zrn::GFileIOStream file(true, path, false);
+    zrn::GDbArchiveImpl ar(&file);
+    ar << part; // the archive's direction decides: this stores
+    ar << std::string("end of model");
+  } // the file is written in one pass as the device closes
+
+  CPart loaded;
+  std::string trailer;
+  zrn::GFileIOStream file(false, path, false);
+  zrn::GDbArchiveImpl ar(&file);
+  ar >> loaded;
+  ar >> trailer;
+  std::wcout << L"loaded part '" << loaded.name << L"' with " << loaded.points.size()
+             << L" points, last " << loaded.points.back() << L"; trailer '"
+             << std::wstring(trailer.begin(), trailer.end()) << L"'\n";
+  log.Log(L"model stored and loaded: " + path, zrn::LOG_LEVEL_NORMAL);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+  std::locale::global(std::locale("C.UTF-8"));
+  std::wcout.imbue(std::locale());
   const std::string path = argc > 1 ? argv[1] : "sample_host.log";
+  const std::wstring widePath(path.begin(), path.end());
   auto& log = zrn::CSingleton<zrn::CLogManager>::GetInstance();
-  ConfigureLog(log, std::wstring(path.begin(), path.end()));
+  ConfigureLog(log, widePath);
   LogAtEveryLevel(log);
-  ReportAnError(log);
+  ReportAnError();
+  StoreAndLoadModel(log, widePath + L".model");
+  log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
 
   log.RemoveOuputStream(&std::wcout);
   log.SetOutputFilePath(L"");
-  std::wcout << L"log file written to " << std::wstring(path.begin(), path.end()) << L'\n';
+  std::wcout << L"log file written to " << widePath << L'\n';
   return 0;
 }
