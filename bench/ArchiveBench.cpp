@@ -301,98 +301,67 @@ void BM_ZrnPlainWrite(benchmark::State& state) {
 
 void BM_ZrnPlainRead(benchmark::State& state) { RunZrnRead(state, ReadZrnPlain, ZrnPlainBytes()); }
 
-// --- cereal ------------------------------------------------------------------
+// --- cereal and Boost.Serialization ------------------------------------------
 
-void WriteCereal(ByteSink& sink, std::vector<Record> const& records) {
+// How each std::stream based library writes and reads one record.
+struct CerealFormat {
+  using Writer = cereal::BinaryOutputArchive;
+  using Reader = cereal::BinaryInputArchive;
+  static Writer MakeWriter(std::ostream& os) { return Writer(os); }
+  static Reader MakeReader(std::istream& is) { return Reader(is); }
+  static void Write(Writer& ar, Record const& r) { ar(r); }
+  static void Read(Reader& ar, Record& r) { ar(r); }
+};
+
+struct BoostFormat {
+  using Writer = boost::archive::binary_oarchive;
+  using Reader = boost::archive::binary_iarchive;
+  static Writer MakeWriter(std::ostream& os) { return Writer(os, boost::archive::no_header); }
+  static Reader MakeReader(std::istream& is) { return Reader(is, boost::archive::no_header); }
+  static void Write(Writer& ar, Record const& r) { ar << r; }
+  static void Read(Reader& ar, Record& r) { ar >> r; }
+};
+
+template <class Format> void WriteStream(ByteSink& sink, std::vector<Record> const& records) {
   std::ostream os(&sink);
-  cereal::BinaryOutputArchive ar(os);
+  auto ar = Format::MakeWriter(os);
   for (Record const& r : records)
-    ar(r);
+    Format::Write(ar, r);
 }
 
-std::vector<char> const& CerealBytes() {
+template <class Format> std::vector<char> const& StreamBytes() {
   static const std::vector<char> bytes = [] {
     ByteSink sink(0);
-    WriteCereal(sink, Records());
+    WriteStream<Format>(sink, Records());
     return sink.Bytes();
   }();
   return bytes;
 }
 
-void BM_CerealWrite(benchmark::State& state) {
+template <class Format> void BM_StreamWrite(benchmark::State& state) {
   auto const& records = Records();
-  ByteSink sink(CerealBytes().size());
+  ByteSink sink(StreamBytes<Format>().size());
   for (auto _ : state) {
     sink.Rewind();
-    WriteCereal(sink, records);
+    WriteStream<Format>(sink, records);
     benchmark::DoNotOptimize(sink.Data());
     benchmark::ClobberMemory();
   }
   Report(state, sink.Size());
 }
 
-void BM_CerealRead(benchmark::State& state) {
-  auto const& bytes = CerealBytes();
+template <class Format> void BM_StreamRead(benchmark::State& state) {
+  auto const& bytes = StreamBytes<Format>();
   ExpectedChecksum();
   Record scratch;
   long long sum = 0;
   for (auto _ : state) {
     ByteSource source(bytes);
     std::istream is(&source);
-    cereal::BinaryInputArchive ar(is);
+    auto ar = Format::MakeReader(is);
     sum = 0;
     for (std::size_t i = 0; i < kRecords; ++i) {
-      ar(scratch);
-      sum += Checksum(scratch);
-    }
-    benchmark::DoNotOptimize(sum);
-  }
-  CheckRead(state, sum);
-  Report(state, bytes.size());
-}
-
-// --- Boost.Serialization -------------------------------------------------------
-
-void WriteBoost(ByteSink& sink, std::vector<Record> const& records) {
-  std::ostream os(&sink);
-  boost::archive::binary_oarchive ar(os, boost::archive::no_header);
-  for (Record const& r : records)
-    ar << r;
-}
-
-std::vector<char> const& BoostBytes() {
-  static const std::vector<char> bytes = [] {
-    ByteSink sink(0);
-    WriteBoost(sink, Records());
-    return sink.Bytes();
-  }();
-  return bytes;
-}
-
-void BM_BoostWrite(benchmark::State& state) {
-  auto const& records = Records();
-  ByteSink sink(BoostBytes().size());
-  for (auto _ : state) {
-    sink.Rewind();
-    WriteBoost(sink, records);
-    benchmark::DoNotOptimize(sink.Data());
-    benchmark::ClobberMemory();
-  }
-  Report(state, sink.Size());
-}
-
-void BM_BoostRead(benchmark::State& state) {
-  auto const& bytes = BoostBytes();
-  ExpectedChecksum();
-  Record scratch;
-  long long sum = 0;
-  for (auto _ : state) {
-    ByteSource source(bytes);
-    std::istream is(&source);
-    boost::archive::binary_iarchive ar(is, boost::archive::no_header);
-    sum = 0;
-    for (std::size_t i = 0; i < kRecords; ++i) {
-      ar >> scratch;
+      Format::Read(ar, scratch);
       sum += Checksum(scratch);
     }
     benchmark::DoNotOptimize(sum);
@@ -497,10 +466,10 @@ BENCHMARK(BM_ZrnFramedWrite)->Apply(Configure);
 BENCHMARK(BM_ZrnFramedRead)->Apply(Configure);
 BENCHMARK(BM_ZrnPlainWrite)->Apply(Configure);
 BENCHMARK(BM_ZrnPlainRead)->Apply(Configure);
-BENCHMARK(BM_CerealWrite)->Apply(Configure);
-BENCHMARK(BM_CerealRead)->Apply(Configure);
-BENCHMARK(BM_BoostWrite)->Apply(Configure);
-BENCHMARK(BM_BoostRead)->Apply(Configure);
+BENCHMARK(BM_StreamWrite<CerealFormat>)->Name("BM_CerealWrite")->Apply(Configure);
+BENCHMARK(BM_StreamRead<CerealFormat>)->Name("BM_CerealRead")->Apply(Configure);
+BENCHMARK(BM_StreamWrite<BoostFormat>)->Name("BM_BoostWrite")->Apply(Configure);
+BENCHMARK(BM_StreamRead<BoostFormat>)->Name("BM_BoostRead")->Apply(Configure);
 BENCHMARK(BM_RawWrite)->Apply(Configure);
 BENCHMARK(BM_RawRead)->Apply(Configure);
 

@@ -69,13 +69,15 @@ void GDbArchiveImpl::PushVersion(unsigned short version, long long start) {
   m_vecVersions.push_back({version, start});
 }
 
-void GDbArchiveImpl::ForgetObjectsFrom(long long position) {
+void GDbArchiveImpl::RewindTo(long long position) {
   while (!m_vecVersions.empty() && m_vecVersions.back().start >= position)
     m_vecVersions.pop_back();
   // A record's count byte follows its object's two-byte version.
   std::erase_if(m_vecRecords,
                 [position](KeyedRecord const& r) { return r.record.m_nCountPos - 2 >= position; });
   m_nActiveRecord = -1;
+  if (m_pDevice)
+    m_pDevice->seek(position);
 }
 
 void GDbArchiveImpl::InitArchivePosData() {
@@ -323,8 +325,7 @@ void GDbArchiveImpl::EndWriteObject(void const* key) {
   WriteSize(record->m_nCountPos, nullptr, &record->m_nBlockCount);
   m_vecRecords.erase(m_vecRecords.begin() + m_nActiveRecord);
   m_nActiveRecord = -1;
-  if (!m_vecVersions.empty())
-    m_vecVersions.pop_back();
+  EndReadObject(); // the object's version leaves the stack as a read one does
 }
 
 bool GDbArchiveImpl::WriteEmptyObject() {
@@ -335,9 +336,7 @@ bool GDbArchiveImpl::WriteEmptyObject() {
 }
 
 void GDbArchiveImpl::RollbackWriteObject(int position) {
-  ForgetObjectsFrom(position);
-  if (m_pDevice)
-    m_pDevice->seek(position);
+  RewindTo(position);
   WriteEmptyObject();
 }
 
@@ -384,9 +383,7 @@ bool GDbArchiveImpl::ReadEmptyObject() {
 }
 
 void GDbArchiveImpl::RollbackReadObject(int position) {
-  ForgetObjectsFrom(position);
-  if (m_pDevice)
-    m_pDevice->seek(position);
+  RewindTo(position);
   SkipObject();
 }
 

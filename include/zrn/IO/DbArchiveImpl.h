@@ -150,7 +150,8 @@ private:
   void Q_ASSERTBlockID(unsigned char, bool) {}
   int ReadLength();
   void PushVersion(unsigned short version, long long start);
-  void ForgetObjectsFrom(long long position);
+  // Forgets the objects begun at or after `position` and moves there.
+  void RewindTo(long long position);
   bool ReadPayload(std::string& out, std::size_t size);
 
   GIODevice* m_pDevice;
