@@ -16,8 +16,8 @@ namespace {
 
 void ReadObjectWithBlocks(zrn::GDbArchiveImpl& ar, std::uint8_t how) {
   const long long start = ar.DevicePos();
-  unsigned char count;
-  unsigned short version;
+  unsigned char count = 0;
+  unsigned short version = 0;
   ar.ReadObject(count, version);
   if (version > 5) { // newer than this reader knows
     ar.EndReadObject();
@@ -25,8 +25,8 @@ void ReadObjectWithBlocks(zrn::GDbArchiveImpl& ar, std::uint8_t how) {
     return;
   }
   for (unsigned i = 0; i < count; ++i) {
-    unsigned char tag;
-    unsigned int size;
+    unsigned char tag = 0;
+    unsigned int size = 0;
     ar.ReadBlock(tag, size);
     const long long payload = ar.DevicePos();
     if ((tag + how) % 3 == 0) {
@@ -68,10 +68,10 @@ void RunOperation(zrn::GDbArchiveImpl& ar, std::uint8_t op) {
     break;
   }
   case 6: {
-    long long a;
-    double b;
-    bool c;
-    unsigned long d;
+    long long a = 0;
+    double b = 0;
+    bool c = false;
+    unsigned long d = 0;
     ar >> a >> b >> c;
     ar >> d;
     break;

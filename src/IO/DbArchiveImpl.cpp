@@ -108,25 +108,31 @@ GDbArchive& GDbArchiveImpl::operator<<(unsigned long value) {
 
 GDbArchive& GDbArchiveImpl::operator<<(long value) { return Put(static_cast<long long>(value)); }
 
+unsigned int GDbArchiveImpl::ReadSome(void* data, unsigned int size) {
+  if (m_pMemory)
+    return m_pMemory->FastRead(data, size);
+  return m_pDevice ? m_pDevice->Read(data, size) : 0;
+}
+
 GDbArchive& GDbArchiveImpl::operator>>(unsigned long& value) {
-  unsigned long long wide = value;
-  Get(wide);
-  value = static_cast<unsigned long>(wide);
+  unsigned long long wide;
+  if (ReadSome(&wide, sizeof wide) == sizeof wide)
+    value = static_cast<unsigned long>(wide);
   return *this;
 }
 
 GDbArchive& GDbArchiveImpl::operator>>(long& value) {
-  long long wide = value;
-  Get(wide);
-  value = static_cast<long>(wide);
+  long long wide;
+  if (ReadSome(&wide, sizeof wide) == sizeof wide)
+    value = static_cast<long>(wide);
   return *this;
 }
 
 GDbArchive& GDbArchiveImpl::operator>>(bool& value) {
   // Any byte but 0 is true; a bool must never hold another bit pattern.
-  unsigned char byte = value ? 1 : 0;
-  Get(byte);
-  value = byte != 0;
+  unsigned char byte;
+  if (ReadSome(&byte, 1) == 1)
+    value = byte != 0;
   return *this;
 }
 

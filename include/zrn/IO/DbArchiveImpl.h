@@ -142,6 +142,7 @@ private:
     return *this;
   }
   void PutBytes(void const* data, unsigned int size);
+  unsigned int ReadSome(void* data, unsigned int size);
 
   ObjectPosRecord* SetActiveObject(void const* key);
   void GetCurPos(long long& position);
