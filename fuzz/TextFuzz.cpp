@@ -1,0 +1,4 @@
+// Work in progress.
+#include <cstddef>
+#include <cstdint>
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const*, std::size_t) { return 0; }

@@ -1,0 +1,4 @@
+// Work in progress.
+#ifndef ZRN_INCLUDE_ZRN_TEXT_INPUTPARSER_H
+#define ZRN_INCLUDE_ZRN_TEXT_INPUTPARSER_H
+#endif
