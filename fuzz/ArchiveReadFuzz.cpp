@@ -1,6 +1,7 @@
 // Feeds arbitrary bytes to a loading archive and drives the reading patterns
 // that object readers use: objects, blocks read or skipped by size, whole
-// objects skipped, strings, wide strings, byte arrays and raw reads. Whatever
+// objects skipped, strings, wide strings, byte arrays, raw reads and
+// variants (which recreate objects through the factory). Whatever
 // the bytes claim, reading must stay inside the stream, allocate no more than
 // it could hold, and end.
 //
@@ -8,6 +9,7 @@
 // stream itself.
 #include <zrn/IO/DbArchiveImpl.h>
 #include <zrn/IO/MemStream.h>
+#include <zrn/Property/Variant.h>
 
 #include <cstdint>
 #include <string>
@@ -42,9 +44,13 @@ void ReadObjectWithBlocks(zrn::GDbArchiveImpl& ar, std::uint8_t how) {
 }
 
 void RunOperation(zrn::GDbArchiveImpl& ar, std::uint8_t op) {
-  switch (op % 9) {
-  case 0: ReadObjectWithBlocks(ar, op); break;
-  case 1: ar.SkipObject(); break;
+  switch (op % 10) {
+  case 0:
+    ReadObjectWithBlocks(ar, op);
+    break;
+  case 1:
+    ar.SkipObject();
+    break;
   case 2: {
     std::string text;
     ar >> text;
@@ -76,8 +82,19 @@ void RunOperation(zrn::GDbArchiveImpl& ar, std::uint8_t op) {
     ar >> d;
     break;
   }
-  case 7: ar.SeekPos(static_cast<signed char>(op), zrn::GDbArchive::SEEKFROM_CURRENT); break;
-  default: ar.RollbackReadObject(op); break;
+  case 7:
+    ar.SeekPos(static_cast<signed char>(op), zrn::GDbArchive::SEEKFROM_CURRENT);
+    break;
+  case 8: {
+    zrn::CVariant variant;
+    variant.Serialize(ar);
+    zrn::CVariant copy(variant); // a variant read from any bytes copies, converts
+    (void)copy.toString();       // and releases safely
+    break;
+  }
+  default:
+    ar.RollbackReadObject(op);
+    break;
   }
 }
 
@@ -95,8 +112,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   zrn::GMemStream borrowed(false, bytes.data(), static_cast<unsigned int>(bytes.size()));
   zrn::GMemStream owned;
   owned.SetData(bytes.data(), static_cast<int>(bytes.size()));
-  for (zrn::GIODevice* device : {static_cast<zrn::GIODevice*>(&borrowed),
-                                 static_cast<zrn::GIODevice*>(&owned)}) {
+  for (zrn::GIODevice* device :
+       {static_cast<zrn::GIODevice*>(&borrowed), static_cast<zrn::GIODevice*>(&owned)}) {
     zrn::GDbArchiveImpl ar(device);
     for (std::size_t i = 0; i < scriptSize; ++i)
       RunOperation(ar, script[i]);

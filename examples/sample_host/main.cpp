@@ -1,7 +1,7 @@
 // A small host of the zrn library. It configures the logger and writes at
 // several levels to a log file and to standard output, reports errors through
-// the per-thread error code, and stores a small model in an archive file and
-// reads it back.
+// the per-thread error code, stores a small model in an archive file and
+// reads it back, and converts values and text.
 //
 // Usage: sample_host [log-file]   (default: sample_host.log; the model is
 // stored beside it with the extension .model)
@@ -21,9 +21,7 @@ public:
   std::wstring name;
   std::vector<double> points;
 
-  bool Serialize(zrn::GDbArchive& ar) override {
-    return ar.IsLoading() ? Load(ar) : Store(ar);
-  }
+  bool Serialize(zrn::GDbArchive& ar) override { return ar.IsLoading() ? Load(ar) : Store(ar); }
 
 private:
   enum : unsigned char { kNameBlock = 1, kPointsBlock = 2 };
@@ -132,6 +130,24 @@ void StoreAndLoadModel(zrn::CLogManager& log, std::wstring const& path) {
   log.Log(L"model stored and loaded: " + path, zrn::LOG_LEVEL_NORMAL);
 }
 
+void ConvertValuesAndText() {
+  const zrn::CVariant price(1234.5678);
+  const zrn::CVariant count("42 parts");
+  std::wcout << L"variant " << price.toWString() << L" as int: " << price.toInt()
+             << L"; text '42 parts' as int: " << count.toInt() << L'\n';
+
+  const std::string gbk = zrn::GStdStringTrans::WstringToString(L"\u4e2d\u6587");
+  std::wcout << L"U+4E2D U+6587 in code page 936 take " << gbk.size() << L" bytes, back: "
+             << zrn::GStdStringTrans::StringToWString(gbk) << L'\n';
+
+  double x = 0, y = 0, z = 0;
+  if (zrn::CInputParser::explainXYZ(L"\uff11\uff0c2.5,-3", &x, &y, &z))
+    std::wcout << L"typed coordinates: " << x << L", " << y << L", " << z << L'\n';
+
+  const std::string encoded = base64_encode(reinterpret_cast<unsigned char const*>("zrn"), 3);
+  std::wcout << L"base64 of 'zrn': " << std::wstring(encoded.begin(), encoded.end()) << L'\n';
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -144,6 +160,7 @@ int main(int argc, char** argv) {
   LogAtEveryLevel(log);
   ReportAnError();
   StoreAndLoadModel(log, widePath + L".model");
+  ConvertValuesAndText();
   log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
 
   log.RemoveOuputStream(&std::wcout);

@@ -20,6 +20,10 @@
 #include <zrn/Object/Referenced.h>
 #include <zrn/Object/WeakPtr.h>
 
+#include <zrn/Property/Color.h>
+#include <zrn/Property/Geometry.h>
+#include <zrn/Property/Variant.h>
+
 #include <zrn/Profile/ErrorCode.h>
 #include <zrn/Profile/ErrorException.h>
 #include <zrn/Profile/GLog/LogManager.h>
@@ -29,6 +33,11 @@
 #include <zrn/System/Debugger.h>
 #include <zrn/System/MessageBox.h>
 #include <zrn/System/Mutex.h>
+
+#include <zrn/Text/Base64.h>
+#include <zrn/Text/InputParser.h>
+#include <zrn/Text/StringHelpers.h>
+#include <zrn/Text/StringTrans.h>
 
 #include <tinyxml.h>
 

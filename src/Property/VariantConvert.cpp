@@ -1,1 +1,200 @@
-// Work in progress.
+// The variant's conversions to every scalar type, colour and text: an
+// integer path, a floating path and a text path.
+#include <zrn/Property/Variant.h>
+#include <zrn/Text/StringTrans.h>
+
+#include "Property/NumberFormat.h"
+
+#include <charconv>
+
+namespace zrn {
+
+namespace {
+
+// The owned object of type `type` held by `data`, or null: database and
+// counted references of that type are not objects the variant may read.
+template <class T> T const* HeldObject(VariantStru const& data, eGBMDataType type) {
+  if (data.m_eType != type || !data.m_bObject || data.m_bRefPtr)
+    return nullptr;
+  return static_cast<T const*>(data.m_value.pVal);
+}
+
+void SetOk(bool* ok, bool value) {
+  if (ok)
+    *ok = value;
+}
+
+} // namespace
+
+long long CVariant::GetNumberInt64(CVariant const& src, bool& ok) {
+  VariantStru const& data = src.m_data;
+  VariantStru::Value const& v = data.m_value;
+  ok = true;
+  switch (data.m_eType) {
+  case GBM_INT:
+    return v.nVal;
+  case GBM_CHAR:
+    return v.cVal;
+  case GBM_SHORT:
+    return v.sVal;
+  case GBM_BOOL:
+  case GBM_UCHAR:
+    return v.ucVal;
+  case GBM_USHORT:
+    return v.usVal;
+  case GBM_UINT:
+    return v.unVal;
+  case GBM_INT64:
+  case GBM_UINT64:
+    return v.llVal;
+  case GBM_DOUBLE:
+    return detail::TruncateToInt64(v.dVal);
+  case GBM_FLOAT:
+    return detail::TruncateToInt64(v.fVal);
+  default:
+    break;
+  }
+  if (auto const* text = HeldObject<std::string>(data, GBM_STRING))
+    return detail::ParseInt64(*text);
+  if (auto const* text = HeldObject<std::wstring>(data, GBM_WSTRING))
+    return detail::ParseInt64(*text);
+  if (auto const* color = HeldObject<unsigned int>(data, GBM_COLOR))
+    return *color;
+  ok = false;
+  return 0;
+}
+
+double CVariant::GetNumberDouble(CVariant const& src, bool& ok) {
+  VariantStru const& data = src.m_data;
+  VariantStru::Value const& v = data.m_value;
+  ok = true;
+  switch (data.m_eType) {
+  case GBM_DOUBLE:
+    return v.dVal;
+  case GBM_FLOAT:
+    return v.fVal;
+  case GBM_UINT64:
+    return static_cast<double>(v.ullVal);
+  case GBM_INT:
+  case GBM_CHAR:
+  case GBM_SHORT:
+  case GBM_BOOL:
+  case GBM_UCHAR:
+  case GBM_USHORT:
+  case GBM_UINT:
+  case GBM_INT64:
+    return static_cast<double>(GetNumberInt64(src, ok));
+  default:
+    break;
+  }
+  if (auto const* text = HeldObject<std::string>(data, GBM_STRING))
+    return detail::ParseDouble(*text);
+  if (auto const* text = HeldObject<std::wstring>(data, GBM_WSTRING))
+    return detail::ParseDouble(*text);
+  if (auto const* color = HeldObject<unsigned int>(data, GBM_COLOR))
+    return *color;
+  ok = false;
+  return 0.0;
+}
+
+bool CVariant::ConvertVariantToString(CVariant const& src, std::string& out) {
+  VariantStru const& data = src.m_data;
+  if (auto const* text = HeldObject<std::string>(data, GBM_STRING)) {
+    out.assign(text->c_str()); // up to the first NUL
+    return true;
+  }
+  if (auto const* text = HeldObject<std::wstring>(data, GBM_WSTRING)) {
+    out = GStdStringTrans::WstringToString(*text);
+    return true;
+  }
+  if (data.m_eType == GBM_DOUBLE || data.m_eType == GBM_FLOAT) {
+    bool ok = false;
+    out = detail::FormatSignificant8(GetNumberDouble(src, ok));
+    return true;
+  }
+  bool ok = false;
+  const long long n = GetNumberInt64(src, ok);
+  if (!ok)
+    return false;
+  char digits[24];
+  const auto [end, ec] = std::to_chars(digits, digits + sizeof digits, n);
+  out.assign(digits, end);
+  return true;
+}
+
+template <class T>
+static T ToInteger(CVariant const& variant, bool* ok, long long (*number)(CVariant const&, bool&)) {
+  bool good = false;
+  const long long n = number(variant, good);
+  SetOk(ok, good);
+  return good ? static_cast<T>(n) : T();
+}
+
+bool CVariant::toBool(bool* ok) const {
+  return ToInteger<long long>(*this, ok, GetNumberInt64) != 0;
+}
+char CVariant::toChar(bool* ok) const { return ToInteger<char>(*this, ok, GetNumberInt64); }
+unsigned char CVariant::toUChar(bool* ok) const {
+  return ToInteger<unsigned char>(*this, ok, GetNumberInt64);
+}
+short CVariant::toShort(bool* ok) const { return ToInteger<short>(*this, ok, GetNumberInt64); }
+unsigned short CVariant::toUShort(bool* ok) const {
+  return ToInteger<unsigned short>(*this, ok, GetNumberInt64);
+}
+int CVariant::toInt(bool* ok) const { return ToInteger<int>(*this, ok, GetNumberInt64); }
+unsigned int CVariant::toUInt(bool* ok) const {
+  return ToInteger<unsigned int>(*this, ok, GetNumberInt64);
+}
+long long CVariant::toInt64(bool* ok) const {
+  return ToInteger<long long>(*this, ok, GetNumberInt64);
+}
+unsigned long long CVariant::toUInt64(bool* ok) const {
+  return ToInteger<unsigned long long>(*this, ok, GetNumberInt64);
+}
+
+double CVariant::toDouble(bool* ok) const {
+  bool good = false;
+  const double d = GetNumberDouble(*this, good);
+  SetOk(ok, good);
+  return good ? d : 0.0;
+}
+
+float CVariant::toFloat(bool* ok) const { return static_cast<float>(toDouble(ok)); }
+
+CColor CVariant::toColor(bool* ok) const {
+  CColor color;
+  if (auto const* integer = HeldObject<unsigned int>(m_data, GBM_COLOR)) {
+    SetOk(ok, true);
+    return color.FromInteger(*integer);
+  }
+  bool good = false;
+  const long long n = GetNumberInt64(*this, good);
+  SetOk(ok, good);
+  if (good)
+    color.FromInteger(static_cast<unsigned int>(n));
+  return color;
+}
+
+std::string CVariant::toString(bool* ok) const {
+  if (auto const* text = HeldObject<std::string>(m_data, GBM_STRING)) {
+    SetOk(ok, true);
+    return *text;
+  }
+  std::string out;
+  const bool good = ConvertVariantToString(*this, out);
+  SetOk(ok, good);
+  return good ? out : std::string();
+}
+
+std::wstring CVariant::toWString(bool* ok) const {
+  if (auto const* text = HeldObject<std::wstring>(m_data, GBM_WSTRING)) {
+    SetOk(ok, true);
+    return *text;
+  }
+  std::string narrow;
+  const bool good = ConvertVariantToString(*this, narrow);
+  SetOk(ok, good);
+  return good ? GStdStringTrans::StringToWString(narrow) : std::wstring();
+}
+
+} // namespace zrn

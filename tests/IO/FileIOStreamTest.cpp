@@ -12,7 +12,11 @@ constexpr unsigned kMiB = 1u << 20;
 
 class GFileIOStreamTest : public ::testing::Test {
 protected:
-  GFileIOStreamTest() : m_path(std::filesystem::path(::testing::TempDir()) / "zrn_file_device") {}
+  // One file per test: tests run in parallel processes.
+  GFileIOStreamTest()
+      : m_path(std::filesystem::path(::testing::TempDir()) /
+               (std::string("zrn_file_device_") +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name())) {}
   ~GFileIOStreamTest() override { std::filesystem::remove(m_path); }
 
   std::string Contents() const {

@@ -1,1 +1,175 @@
-// Work in progress.
+#include <zrn/Text/StringTrans.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <clocale>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zrn {
+namespace {
+
+using T = GStdStringTrans;
+
+// "中文" in code page 936 and in UTF-8.
+const std::wstring kChinese = L"\u4E2D\u6587";
+const std::string kChineseGbk = "\xD6\xD0\xCE\xC4";
+const std::string kChineseUtf8 = "\xE4\xB8\xAD\xE6\x96\x87";
+
+// Takes ownership of a raw result.
+std::wstring Own(wchar_t* text) { return std::unique_ptr<wchar_t[]>(text).get(); }
+std::string Own(char* text) { return std::unique_ptr<char[]>(text).get(); }
+
+std::wstring FromUtf8(std::string const& bytes) { return Own(T::Utf8ToUnicode(bytes.c_str())); }
+
+TEST(GStdStringTrans, CodePage936BothWaysInEveryForm) {
+  EXPECT_EQ(T::WstringToString(kChinese), kChineseGbk);
+  EXPECT_EQ(T::WstringToString(kChinese.c_str()), kChineseGbk);
+  EXPECT_EQ(T::WstringToString(kChinese, "CHS"), kChineseGbk);
+  EXPECT_EQ(Own(T::UnicodeToAnsi(kChinese.c_str())), kChineseGbk);
+  EXPECT_EQ(Own(T::UnicodeToAnsi(kChinese.c_str(), "Chinese_China.936")), kChineseGbk);
+  EXPECT_EQ(T::StringToWString(kChineseGbk), kChinese);
+  EXPECT_EQ(T::StringToWString("a" + kChineseGbk + "z"), L"a" + kChinese + L"z");
+  EXPECT_EQ(Own(T::AnsiToUnicode(kChineseGbk.c_str())), kChinese);
+  EXPECT_EQ(T::Utf8ToAnsi(kChineseUtf8.c_str()), kChineseGbk);
+  EXPECT_EQ(T::StringToWString("\x80"), L"\u20AC"); // the code page's euro sign
+}
+
+TEST(GStdStringTrans, EmptyTextInEveryForm) {
+  EXPECT_EQ(T::WstringToString(std::wstring()), "");
+  EXPECT_EQ(T::WstringToString(std::wstring(), "no_such_locale"), "");
+  EXPECT_EQ(T::WstringToString(L""), "");
+  EXPECT_EQ(T::StringToWString(std::string()), L"");
+  EXPECT_EQ(T::StringToWString(""), L"");
+  EXPECT_EQ(T::Utf8ToAnsi(""), "");
+  for (wchar_t* wide : {T::AnsiToUnicode(""), T::Utf8ToUnicode("")}) {
+    EXPECT_EQ(wide[0], L'\0');
+    delete[] wide;
+  }
+  for (char* narrow :
+       {T::UnicodeToAnsi(L""), T::UnicodeToAnsi(L"", "chs"), T::UnicodeToUtf8(L"")}) {
+    EXPECT_EQ(narrow[0], '\0');
+    delete[] narrow;
+  }
+}
+
+TEST(GStdStringTrans, NarrowConversionsStopAtWhatTheyCannotConvert) {
+  EXPECT_EQ(T::WstringToString(L"ab\U0001F600cd"), "ab"); // not in code page 936
+  EXPECT_EQ(T::WstringToString(std::wstring(L"ab\0cd", 5)), "ab");
+  EXPECT_EQ(T::StringToWString("ab\xFFz"), L"ab"); // invalid byte
+  EXPECT_EQ(T::StringToWString("ab\xD6"), L"ab");  // cut short
+  EXPECT_EQ(T::StringToWString(std::string("ab\0cd", 5)), L"ab");
+}
+
+TEST(GStdStringTrans, LocaleNamesChooseTheCharset) {
+  EXPECT_EQ(T::WstringToString(L"\u00E9", "C.UTF-8"), "\xC3\xA9");
+  EXPECT_EQ(T::WstringToString(L"\u00E9", "ISO-8859-1"), "\xE9");
+  EXPECT_EQ(T::WstringToString(L"\u00E9", "fr_FR.ISO-8859-1@euro"), "\xE9");
+  EXPECT_EQ(T::WstringToString(L"\u00E9", ".1252"), "\xE9");
+  EXPECT_EQ(T::WstringToString(L"\u00E9", "C"), ""); // ASCII only
+  // More charsets than a thread keeps open at once, each used twice.
+  for (int round = 0; round < 2; ++round)
+    for (char const* name : {"C.UTF-8", ".936", "ISO-8859-1", ".1251", ".1252", "KOI8-R", "BIG5",
+                             "EUC-KR", "C.ISO-8859-15", "EUC-JP", "GB18030"})
+      EXPECT_EQ(T::WstringToString(L"Az", name), "Az") << name;
+}
+
+TEST(GStdStringTrans, UnknownLocaleUsesTheLocaleInForceAndLeavesItAlone) {
+  ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
+  const std::string before = std::setlocale(LC_CTYPE, nullptr);
+  EXPECT_EQ(T::WstringToString(L"\u00E9", "no_such_locale"), "\xC3\xA9");
+  EXPECT_EQ(T::WstringToString(kChinese), kChineseGbk);
+  EXPECT_EQ(std::setlocale(LC_CTYPE, nullptr), before);
+  std::setlocale(LC_CTYPE, "C");
+}
+
+TEST(GStdStringTrans, WideToNarrowIsCutAtTwiceTheLengthOnWholeCharacters) {
+  // Three UTF-8 bytes per character against a bound of two per character.
+  EXPECT_EQ(T::WstringToString(L"\u4E2D", "C.UTF-8"), "");
+  EXPECT_EQ(T::WstringToString(L"\u4E2D\u4E2D", "C.UTF-8"), "\xE4\xB8\xAD");
+  EXPECT_EQ(T::WstringToString(L"a\u4E2D", "C.UTF-8"), "a\xE4\xB8\xAD");
+}
+
+TEST(GStdStringTrans, Utf8DecodesOneUnitPerCodePoint) {
+  EXPECT_EQ(FromUtf8("A\xC3\xA9"), L"A\u00E9");
+  EXPECT_EQ(FromUtf8("\xF0\x9F\x98\x80"), std::wstring(1, L'\U0001F600'));
+  EXPECT_EQ(FromUtf8(kChineseUtf8), kChinese);
+  EXPECT_EQ(FromUtf8("\xC1\x81\xE0\x81\x81"), L"AA"); // overlong forms are accepted
+  EXPECT_EQ(FromUtf8("a\xC0\x80z"), L"a");            // a decoded 0 ends the text
+}
+
+// Long texts go through the block paths; every insertion point puts a
+// character at a different place in a block, or across two, or in the tail.
+TEST(GStdStringTrans, Utf8BothWaysAtEveryOffsetOfLongTexts) {
+  const std::string ascii = "0123456789abcdefghijklmnopqrstuvwxyz!#$%&()*+-./:;<=>?@[]^_{}";
+  const std::wstring wideAscii(ascii.begin(), ascii.end());
+  const std::pair<std::wstring, std::string> characters[] = {
+      {L"\u00E9", "\xC3\xA9"},
+      {L"\u4E2D\u6587", kChineseUtf8},
+      {L"\U0001F600", "\xF0\x9F\x98\x80"},
+      {L"\u00E9\u4E2D\U0001F600", "\xC3\xA9\xE4\xB8\xAD\xF0\x9F\x98\x80"}};
+  for (std::size_t i = 0; i <= ascii.size(); ++i) {
+    for (auto const& [wide, utf8] : characters) {
+      const std::wstring text = wideAscii.substr(0, i) + wide + wideAscii.substr(i);
+      const std::string bytes = ascii.substr(0, i) + utf8 + ascii.substr(i);
+      ASSERT_EQ(Own(T::UnicodeToUtf8(text.c_str())), bytes) << i;
+      ASSERT_EQ(FromUtf8(bytes), text) << i;
+    }
+    const std::string head = ascii.substr(0, i);
+    for (char const* invalid : {"\x80", "\xF8", "\xED\xA0\x80", "\xF4\x90\x80\x80", "\xE4\xB8"})
+      ASSERT_EQ(FromUtf8(head + invalid + ascii.substr(i)), L"") << i << invalid;
+    ASSERT_EQ(FromUtf8(head + "\xE4\xB8"), L"") << i; // cut at the very end
+    ASSERT_EQ(FromUtf8(head + "\xE0\x80\x80" + ascii), std::wstring(head.begin(), head.end()));
+    const wchar_t beyond[] = {static_cast<wchar_t>(0x200000), 0};
+    ASSERT_EQ(Own(T::UnicodeToUtf8((wideAscii.substr(0, i) + beyond + wideAscii).c_str())),
+              head + "\xEF\xBF\xBD" + ascii);
+  }
+}
+
+TEST(GStdStringTrans, InvalidUtf8GivesTheEmptyText) {
+  for (std::string bytes :
+       {"\x80", "a\xBF", "\xF8\x88\x80\x80\x80", "\xFF", "\xC3", "abc\xE4\xB8", "\xE4\x41\x80",
+        "\xED\xA0\x80", "\xED\xBF\xBF", "\xF4\x90\x80\x80", "a\xC0\x80\xFF"})
+    EXPECT_EQ(FromUtf8(bytes), L"") << testing::PrintToString(bytes);
+  EXPECT_EQ(T::Utf8ToAnsi("\xED\xA0\x80"), "");
+  // The largest code point is still valid.
+  EXPECT_EQ(FromUtf8("\xF4\x8F\xBF\xBF"), std::wstring(1, L'\U0010FFFF'));
+}
+
+TEST(GStdStringTrans, Utf8EncodesEachUnitByItself) {
+  EXPECT_EQ(Own(T::UnicodeToUtf8(L"A\u00E9\u0800\uFFFF")), "A\xC3\xA9\xE0\xA0\x80\xEF\xBF\xBF");
+  EXPECT_EQ(Own(T::UnicodeToUtf8(L"\U0001F600")), "\xF0\x9F\x98\x80");
+  const wchar_t pair[] = {0xD83D, 0xDE00, 0};
+  const std::string separate = Own(T::UnicodeToUtf8(pair));
+  EXPECT_EQ(separate, "\xED\xA0\xBD\xED\xB8\x80");
+  EXPECT_EQ(FromUtf8(separate), L"");
+  const std::wstring mixed = L"x\u00E9\u4E2D\U0001F600y";
+  EXPECT_EQ(FromUtf8(Own(T::UnicodeToUtf8(mixed.c_str()))), mixed);
+  // Wherever the text starts, and whatever follows its end.
+  std::vector<wchar_t> buffer(64, L'\u4E2D');
+  for (std::size_t offset = 0; offset < 20; ++offset) {
+    std::copy(mixed.c_str(), mixed.c_str() + mixed.size() + 1, buffer.begin() + offset);
+    EXPECT_EQ(FromUtf8(Own(T::UnicodeToUtf8(buffer.data() + offset))), mixed) << offset;
+  }
+}
+
+TEST(GStdStringTrans, ThreadsConvertIndependently) {
+  std::vector<std::thread> threads;
+  std::vector<int> failures(4, 0);
+  for (int& failed : failures)
+    threads.emplace_back([&failed] {
+      for (int i = 0; i < 200; ++i) {
+        failed += T::StringToWString(kChineseGbk) != kChinese;
+        failed += T::WstringToString(L"\u00E9", "C.UTF-8") != "\xC3\xA9";
+      }
+    });
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(failures, std::vector<int>(4, 0));
+}
+
+} // namespace
+} // namespace zrn
