@@ -20,6 +20,51 @@ template <class T> eGBMDataType TypeOfClass() {
   return CVariant::GetDataTypeFromClassName(typeid(T).name());
 }
 
+// Calls `visit` with the union member that holds a plain value of `data`'s
+// type; types without a plain payload (null, geometric values...) call
+// nothing. Object ids travel as unsigned 64-bit values.
+template <class Data, class Visit> void VisitPlain(Data& data, Visit visit) {
+  auto& v = data.m_value;
+  switch (data.m_eType) {
+  case GBM_INT:
+    visit(v.nVal);
+    break;
+  case GBM_DOUBLE:
+    visit(v.dVal);
+    break;
+  case GBM_INT64:
+    visit(v.llVal);
+    break;
+  case GBM_BOOL:
+    visit(v.bVal);
+    break;
+  case GBM_CHAR:
+    visit(v.cVal);
+    break;
+  case GBM_UCHAR:
+    visit(v.ucVal);
+    break;
+  case GBM_SHORT:
+    visit(v.sVal);
+    break;
+  case GBM_USHORT:
+    visit(v.usVal);
+    break;
+  case GBM_UINT:
+    visit(v.unVal);
+    break;
+  case GBM_FLOAT:
+    visit(v.fVal);
+    break;
+  case GBM_UINT64:
+  case GBM_OBJECT_ID:
+    visit(v.ullVal);
+    break;
+  default:
+    break;
+  }
+}
+
 } // namespace
 
 VariantStru::VariantStru() : m_eType(GBM_NONE), m_bEmpty(true), m_bRefPtr(false), m_bObject(false) {
@@ -267,88 +312,12 @@ bool CVariant::Serialize(GDbArchive& ar) {
     SerializeCutomObject(ar);
     return true;
   }
-  VariantStru::Value const& v = m_data.m_value;
-  switch (m_data.m_eType) {
-  case GBM_INT:
-    ar << v.nVal;
-    break;
-  case GBM_DOUBLE:
-    ar << v.dVal;
-    break;
-  case GBM_INT64:
-    ar << v.llVal;
-    break;
-  case GBM_BOOL:
-    ar << v.bVal;
-    break;
-  case GBM_CHAR:
-    ar << v.cVal;
-    break;
-  case GBM_UCHAR:
-    ar << v.ucVal;
-    break;
-  case GBM_SHORT:
-    ar << v.sVal;
-    break;
-  case GBM_USHORT:
-    ar << v.usVal;
-    break;
-  case GBM_UINT:
-    ar << v.unVal;
-    break;
-  case GBM_FLOAT:
-    ar << v.fVal;
-    break;
-  case GBM_UINT64:
-  case GBM_OBJECT_ID:
-    ar << v.ullVal;
-    break;
-  default:
-    break; // no payload: null, geometric values and the like
-  }
+  VisitPlain(m_data, [&ar](auto& value) { ar << value; });
   return true;
 }
 
 void CVariant::ReadPlain(GDbArchive& ar) {
-  VariantStru::Value& v = m_data.m_value;
-  switch (m_data.m_eType) {
-  case GBM_INT:
-    ar >> v.nVal;
-    break;
-  case GBM_DOUBLE:
-    ar >> v.dVal;
-    break;
-  case GBM_INT64:
-    ar >> v.llVal;
-    break;
-  case GBM_BOOL:
-    ar >> v.bVal;
-    break;
-  case GBM_CHAR:
-    ar >> v.cVal;
-    break;
-  case GBM_UCHAR:
-    ar >> v.ucVal;
-    break;
-  case GBM_SHORT:
-    ar >> v.sVal;
-    break;
-  case GBM_USHORT:
-    ar >> v.usVal;
-    break;
-  case GBM_UINT:
-    ar >> v.unVal;
-    break;
-  case GBM_FLOAT:
-    ar >> v.fVal;
-    break;
-  case GBM_UINT64:
-  case GBM_OBJECT_ID:
-    ar >> v.ullVal;
-    break;
-  default:
-    break;
-  }
+  VisitPlain(m_data, [&ar](auto& value) { ar >> value; });
 }
 
 bool CVariant::SerializeCutomObject(GDbArchive& ar) {
