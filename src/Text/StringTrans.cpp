@@ -298,6 +298,9 @@ ZRN_TARGET_AVX512 inline std::size_t Count(unsigned mask) {
   return static_cast<std::size_t>(__builtin_popcount(mask));
 }
 
+// From this many units on, encoding skips the measuring pass.
+constexpr std::size_t kOnePassUnits = std::size_t{1} << 16;
+
 // The size of the UTF-8 form of `text`, which holds no NUL. The last block
 // is read with a mask, so nothing beyond the text is touched.
 ZRN_TARGET_AVX512 std::size_t Utf8SizeAvx512(std::wstring_view text) {
@@ -392,7 +395,12 @@ char* EncodeUtf8(wchar_t const* text) {
 #if defined(ZRN_UTF8_AVX512)
   if (HasAvx512()) {
     const std::wstring_view units(text, std::wcslen(text));
-    char* const result = new char[Utf8SizeAvx512(units) + 1];
+    // A large text is encoded in one pass into room for its worst case (four
+    // bytes a unit): the pages it leaves untouched are never backed by
+    // memory. A small one is measured first, so that its array is exact.
+    const std::size_t room =
+        units.size() >= kOnePassUnits ? 4 * units.size() : Utf8SizeAvx512(units);
+    char* const result = new char[room + 1];
     *EncodeUtf8Avx512(units, reinterpret_cast<unsigned char*>(result)) = 0;
     return result;
   }
