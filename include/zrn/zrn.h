@@ -14,6 +14,9 @@
 #include <zrn/IO/MemStream.h>
 #include <zrn/Object/RefPtr.h>
 
+#include <zrn/Notify/Subject.h>
+#include <zrn/Notify/SubjectImpl.h>
+
 #include <zrn/Object/DataType.h>
 #include <zrn/Object/IBase.h>
 #include <zrn/Object/ObjectFactory.h>

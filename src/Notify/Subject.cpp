@@ -1,0 +1,193 @@
+#include <zrn/Notify/Subject.h>
+#include <zrn/Notify/SubjectImpl.h>
+
+#include <algorithm>
+
+namespace zrn {
+
+namespace {
+
+// The observer counts at which a subject changes its representation.
+constexpr unsigned long long kToUnordered = 60;
+constexpr unsigned long long kToSimple = 40;
+// What the subject itself adds to its representation's memory estimate.
+constexpr unsigned long long kSubjectBytes = 16;
+
+} // namespace
+
+// --- Representations ---------------------------------------------------------
+
+ISubjectImpl::~ISubjectImpl() = default;
+
+void CQueuedSubjectImpl::Queue::Add(IObserver* observer) {
+  if (members.insert(observer).second)
+    order.push_back(observer);
+}
+
+bool CQueuedSubjectImpl::Queue::Remove(IObserver* observer) {
+  if (members.erase(observer) == 0)
+    return false;
+  order.erase(std::find(order.begin(), order.end(), observer));
+  return true;
+}
+
+void CQueuedSubjectImpl::TakeOver(ISubjectImpl& other) {
+  for (IObserver* observer : other.GetObservers())
+    Insert(observer);
+  m_bNotifying = other.IsNotifying();
+  m_bEnabled = other.IsEnabled();
+}
+
+bool CQueuedSubjectImpl::Attach(IObserver* observer) {
+  const bool leaving = m_pPendingDetach && m_pPendingDetach->Has(observer);
+  if (Exist(observer) && !leaving)
+    return false;
+  if (!m_bNotifying) {
+    Insert(observer);
+    return true;
+  }
+  if (!m_pPendingAttach)
+    m_pPendingAttach = std::make_unique<Queue>();
+  m_pPendingAttach->Add(observer);
+  return true;
+}
+
+bool CQueuedSubjectImpl::Detach(IObserver* observer) {
+  if (m_bNotifying && m_pPendingAttach && m_pPendingAttach->Remove(observer))
+    return true; // attached and detached within one notification
+  if (!Exist(observer))
+    return false;
+  if (!m_bNotifying) {
+    Remove(observer);
+    return true;
+  }
+  if (!m_pPendingDetach)
+    m_pPendingDetach = std::make_unique<Queue>();
+  m_pPendingDetach->Add(observer);
+  return true;
+}
+
+void CQueuedSubjectImpl::DetachAll() {
+  if (!m_bNotifying) {
+    ClearAll();
+    return;
+  }
+  m_pPendingDetach = std::make_unique<Queue>();
+  for (IObserver* observer : GetObservers())
+    m_pPendingDetach->Add(observer);
+}
+
+void CQueuedSubjectImpl::GetAllObservers(std::vector<IObserver*>& observers) {
+  ForEach([](IObserver* observer,
+             void* out) { static_cast<std::vector<IObserver*>*>(out)->push_back(observer); },
+          &observers);
+}
+
+void CQueuedSubjectImpl::Notify(unsigned int code, void* data) {
+  struct Walk {
+    CQueuedSubjectImpl* self;
+    unsigned int code;
+    void* data;
+    bool wasNotifying;
+    ~Walk() {
+      self->m_bNotifying = wasNotifying;
+      if (!wasNotifying) // only the outermost notification changes the list
+        self->ApplyQueues();
+    }
+  } walk{this, code, data, m_bNotifying};
+  m_bNotifying = true;
+  ForEach(
+      [](IObserver* observer, void* context) {
+        auto const* w = static_cast<Walk const*>(context);
+        if (!(w->self->m_pPendingDetach && w->self->m_pPendingDetach->Has(observer)))
+          observer->Update(w->code, w->data);
+      },
+      &walk);
+}
+
+void CQueuedSubjectImpl::ApplyQueues() {
+  if (auto detaching = std::move(m_pPendingDetach)) {
+    for (IObserver* observer : detaching->order)
+      if (Exist(observer))
+        Remove(observer);
+  }
+  if (auto attaching = std::move(m_pPendingAttach)) {
+    for (IObserver* observer : attaching->order)
+      if (!Exist(observer))
+        Insert(observer);
+  }
+}
+
+CSimpleSubjectImpl::CSimpleSubjectImpl(ISubjectImpl& other) { TakeOver(other); }
+
+bool CSimpleSubjectImpl::Exist(IObserver* observer) {
+  return std::find(m_vecObservers.begin(), m_vecObservers.end(), observer) != m_vecObservers.end();
+}
+
+unsigned long long CSimpleSubjectImpl::GetManagedMemBytes() {
+  return 8 * m_vecObservers.capacity() + 64;
+}
+
+void CSimpleSubjectImpl::Insert(IObserver* observer) { m_vecObservers.push_back(observer); }
+
+void CSimpleSubjectImpl::Remove(IObserver* observer) {
+  m_vecObservers.erase(std::find(m_vecObservers.begin(), m_vecObservers.end(), observer));
+}
+
+CUnorderedSubjectImpl::CUnorderedSubjectImpl(ISubjectImpl& other) { TakeOver(other); }
+
+// --- GSubject --------------------------------------------------------------------
+
+GSubject::GSubject() : m_pImpl(new CSimpleSubjectImpl) {}
+
+GSubject::~GSubject() { delete m_pImpl; }
+
+void GSubject::UpdateSubjectImpl() {
+  // A switch would free the collection a running notification walks: it
+  // waits until the notification has ended.
+  if (m_pImpl->IsNotifying())
+    return;
+  ISubjectImpl* next = nullptr;
+  const unsigned long long count = m_pImpl->ObserverCount();
+  if (count == kToUnordered && m_pImpl->GetImplType() == 0)
+    next = new CUnorderedSubjectImpl(*m_pImpl);
+  else if (count == kToSimple && m_pImpl->GetImplType() == 2)
+    next = new CSimpleSubjectImpl(*m_pImpl);
+  if (!next)
+    return;
+  delete m_pImpl;
+  m_pImpl = next;
+}
+
+bool GSubject::Attach(IObserver* observer) {
+  UpdateSubjectImpl();
+  return m_pImpl->Attach(observer);
+}
+
+bool GSubject::Detach(IObserver* observer) {
+  UpdateSubjectImpl();
+  return m_pImpl->Detach(observer);
+}
+
+void GSubject::Notify(unsigned int code, void* data) {
+  if (m_pImpl->IsEnabled())
+    m_pImpl->Notify(code, data);
+}
+
+void GSubject::GetAllObservers(std::vector<IObserver*>& observers) {
+  m_pImpl->GetAllObservers(observers);
+}
+
+bool GSubject::IsNotifyEnable() const { return m_pImpl->IsEnabled(); }
+
+void GSubject::EnableNotify(bool enable) { m_pImpl->SetEnabled(enable); }
+
+unsigned long long GSubject::GetManageredMemBytes() const {
+  return m_pImpl->GetManagedMemBytes() + kSubjectBytes;
+}
+
+bool GSubject::Exist(IObserver* observer) { return m_pImpl->Exist(observer); }
+
+int GSubject::ObserverCount() const { return static_cast<int>(m_pImpl->ObserverCount()); }
+
+} // namespace zrn
