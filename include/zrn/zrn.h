@@ -14,6 +14,7 @@
 #include <zrn/IO/MemStream.h>
 #include <zrn/Object/RefPtr.h>
 
+#include <zrn/Notify/Selection.h>
 #include <zrn/Notify/Subject.h>
 #include <zrn/Notify/SubjectImpl.h>
 
