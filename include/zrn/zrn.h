@@ -28,6 +28,9 @@
 #include <zrn/Property/Geometry.h>
 #include <zrn/Property/Variant.h>
 
+#include <zrn/Regen/ObjectRelation.h>
+#include <zrn/Regen/RelationContext.h>
+
 #include <zrn/Profile/ErrorCode.h>
 #include <zrn/Profile/ErrorException.h>
 #include <zrn/Profile/GLog/LogManager.h>
