@@ -1,5 +1,7 @@
 #include <zrn/Object/ObjectFactory.h>
 
+#include <string_view>
+
 namespace zrn {
 
 namespace {
@@ -47,6 +49,12 @@ void* GBaseObjectFactory::CreateVoidObject(eGBMDataType type) {
 
 eGBMDataType GBaseObjectFactory::GetDataTypeByClassName(std::string const& name) {
   const auto found = m_mapClassNames.find(name);
+  return found == m_mapClassNames.end() ? GBM_NONE : found->second;
+}
+
+eGBMDataType GBaseObjectFactory::GetDataTypeByClassName(char const* name) {
+  // Heterogeneous lookup: the long mangled names need no string of their own.
+  const auto found = m_mapClassNames.find(std::string_view(name));
   return found == m_mapClassNames.end() ? GBM_NONE : found->second;
 }
 

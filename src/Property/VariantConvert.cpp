@@ -19,6 +19,20 @@ template <class T> T const* HeldObject(VariantStru const& data, eGBMDataType typ
   return static_cast<T const*>(data.m_value.pVal);
 }
 
+// A held string or wide string as a number read by `parse`, or a held colour
+// as its integer; false (and `out` untouched) for anything else.
+template <class T, class Parse> bool ObjectNumber(VariantStru const& data, Parse parse, T& out) {
+  if (auto const* text = HeldObject<std::string>(data, GBM_STRING))
+    out = parse(*text);
+  else if (auto const* wide = HeldObject<std::wstring>(data, GBM_WSTRING))
+    out = parse(*wide);
+  else if (auto const* color = HeldObject<unsigned int>(data, GBM_COLOR))
+    out = static_cast<T>(*color);
+  else
+    return false;
+  return true;
+}
+
 void SetOk(bool* ok, bool value) {
   if (ok)
     *ok = value;
@@ -54,14 +68,10 @@ long long CVariant::GetNumberInt64(CVariant const& src, bool& ok) {
   default:
     break;
   }
-  if (auto const* text = HeldObject<std::string>(data, GBM_STRING))
-    return detail::ParseInt64(*text);
-  if (auto const* text = HeldObject<std::wstring>(data, GBM_WSTRING))
-    return detail::ParseInt64(*text);
-  if (auto const* color = HeldObject<unsigned int>(data, GBM_COLOR))
-    return *color;
-  ok = false;
-  return 0;
+  long long n = 0;
+  ok = ObjectNumber(
+      data, [](auto const& text) { return detail::ParseInt64(text); }, n);
+  return n;
 }
 
 double CVariant::GetNumberDouble(CVariant const& src, bool& ok) {
@@ -87,14 +97,10 @@ double CVariant::GetNumberDouble(CVariant const& src, bool& ok) {
   default:
     break;
   }
-  if (auto const* text = HeldObject<std::string>(data, GBM_STRING))
-    return detail::ParseDouble(*text);
-  if (auto const* text = HeldObject<std::wstring>(data, GBM_WSTRING))
-    return detail::ParseDouble(*text);
-  if (auto const* color = HeldObject<unsigned int>(data, GBM_COLOR))
-    return *color;
-  ok = false;
-  return 0.0;
+  double d = 0.0;
+  ok = ObjectNumber(
+      data, [](auto const& text) { return detail::ParseDouble(text); }, d);
+  return d;
 }
 
 bool CVariant::ConvertVariantToString(CVariant const& src, std::string& out) {

@@ -23,6 +23,11 @@ std::string ReadFile(std::filesystem::path const& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
+void ExpectMatches(std::wstring const& text, wchar_t const* pattern) {
+  EXPECT_TRUE(std::regex_match(text, std::wregex(pattern)))
+      << std::string(text.begin(), text.end());
+}
+
 std::wstring ThrownDescription(std::function<void()> const& action) {
   try {
     action();
@@ -96,11 +101,8 @@ TEST_F(LogManagerTest, LineNumbersAndTimeStamps) {
   m_log.ResetLineNumber();
   m_log.SetTimeStamp(true);
   m_log.Log(L"stamped", LOG_LEVEL_CRITICAL);
-  const std::wstring text = m_stream.str();
-  EXPECT_TRUE(
-      std::regex_match(text, std::wregex(L"     1 \\[([01][0-9]|2[0-3]):[0-5][0-9]:[0-5][0-9]\\] - "
-                                         L"\\[CRITICAL\\]: stamped\n")))
-      << text;
+  ExpectMatches(m_stream.str(), L"     1 \\[([01][0-9]|2[0-3]):[0-5][0-9]:[0-5][0-9]\\] - "
+                                L"\\[CRITICAL\\]: stamped\n");
 }
 
 TEST_F(LogManagerTest, LevelStackLimits) {
@@ -140,11 +142,8 @@ TEST(LogManagerSingleton, StackErrorsLogTheirOwnCriticalLine) {
   EXPECT_THROW(log.PopLogLevel(), CErrorException);
   log.PushLogLevel(LOG_LEVEL_TRIVIAL);
   log.RemoveOuputStream(&stream);
-  const std::wstring text = stream.str();
-  EXPECT_TRUE(
-      std::regex_match(text, std::wregex(L"\\[CRITICAL\\]: Log Level Stack is empty\\. - "
-                                         L"\\[FILE\\]: Profile\\\\GLog \\[LINE\\]: [0-9]+\n")))
-      << text;
+  ExpectMatches(stream.str(), L"\\[CRITICAL\\]: Log Level Stack is empty\\. - "
+                              L"\\[FILE\\]: Profile\\\\GLog \\[LINE\\]: [0-9]+\n");
 }
 
 TEST_F(LogManagerTest, DebuggerOutputComesBeforeTheStreams) {

@@ -62,10 +62,12 @@ public:
   void* CreateVoidObject(eGBMDataType type);
   /// The type registered under exactly `name`, or GBM_NONE.
   eGBMDataType GetDataTypeByClassName(std::string const& name);
+  /// The same lookup without building a string (`name` must not be null).
+  eGBMDataType GetDataTypeByClassName(char const* name);
 
 private:
   std::map<eGBMDataType, sClassFunctionPtr> m_mapRecords;
-  std::map<std::string, eGBMDataType> m_mapClassNames;
+  std::map<std::string, eGBMDataType, std::less<>> m_mapClassNames;
 };
 
 /// The process's one factory, created on the first call.
