@@ -1,0 +1,4 @@
+// (in progress)
+#ifndef ZRN_REGEN_REGENENGINE_H
+#define ZRN_REGEN_REGENENGINE_H
+#endif // ZRN_REGEN_REGENENGINE_H
