@@ -29,6 +29,9 @@
 #include <zrn/Property/Variant.h>
 
 #include <zrn/Regen/ObjectRelation.h>
+#include <zrn/Regen/RegenAtom.h>
+#include <zrn/Regen/RegenEngine.h>
+#include <zrn/Regen/RegenObject.h>
 #include <zrn/Regen/RelationContext.h>
 
 #include <zrn/Profile/ErrorCode.h>

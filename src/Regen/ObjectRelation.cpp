@@ -1,6 +1,8 @@
 #include <zrn/Regen/ObjectRelation.h>
 #include <zrn/Regen/RelationContext.h>
 
+#include <algorithm>
+
 namespace zrn {
 
 void GRegenObjectRelation::Add(RelationType kind, unsigned long long const& id) {
@@ -77,8 +79,12 @@ void GRemoveRelationContext::AddRelation(unsigned long long const& first,
 }
 
 void GQueryRelationContext::AddRelation(unsigned long long const&, unsigned long long const& second,
-                                        GRegenObjectRelation::RelationType kind) {
-  m_relation.Add(kind, second);
+                                        GRegenObjectRelation::RelationType) {
+  m_vecDependedOn.push_back(second);
+}
+
+bool GQueryRelationContext::IsIdExist(unsigned long long const& id) const {
+  return std::find(m_vecDependedOn.begin(), m_vecDependedOn.end(), id) != m_vecDependedOn.end();
 }
 
 } // namespace zrn

@@ -128,8 +128,8 @@ public:
   virtual long long DevicePos() = 0;
   /// The device (not owned).
   virtual GIODevice* GetDevice() = 0;
-  /// The reporting hook for serialisation errors.
-  virtual void ErrorMsgBox(std::string text, std::string caption) = 0;
+  /// The reporting hook for serialisation errors: a caption and a text.
+  virtual void ErrorMsgBox(std::string caption, std::string text) = 0;
   /// A new key for BeginWriteObject: 1, 2, 3... for the archive's life.
   virtual long long CreateNewObjectID() = 0;
   /// The version of the innermost object being written or read; 0 if none.

@@ -91,7 +91,7 @@ public:
   long long DevicePos() override;
   GIODevice* GetDevice() override { return m_pDevice; }
   /// Discards both texts.
-  void ErrorMsgBox(std::string text, std::string caption) override;
+  void ErrorMsgBox(std::string caption, std::string text) override;
   long long CreateNewObjectID() override { return ++m_nObjectID; }
   unsigned short GetVersion() override;
 

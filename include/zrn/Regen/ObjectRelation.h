@@ -12,6 +12,7 @@
 
 #include <map>
 #include <set>
+#include <unordered_map>
 
 namespace zrn {
 
@@ -46,6 +47,9 @@ private:
 };
 
 /// Object ids to the relations stored under them. A plain value type.
+///
+/// Entries are kept in a hash table: nothing reads them in id order, and a
+/// regeneration pass looks one up for every object it reaches.
 class ZRN_API GRegenObjectRelationDb {
 public:
   /// Records that `first` depends on `second` (in the entry of `second`,
@@ -62,7 +66,7 @@ public:
   void ClearAll() { m_mapRelations.clear(); }
 
 private:
-  std::map<unsigned long long, GRegenObjectRelation> m_mapRelations;
+  std::unordered_map<unsigned long long, GRegenObjectRelation> m_mapRelations;
 };
 
 } // namespace zrn

@@ -8,6 +8,7 @@
 #include <zrn/Regen/ObjectRelation.h>
 
 #include <set>
+#include <vector>
 
 namespace zrn {
 
@@ -51,10 +52,12 @@ public:
   void AddRelation(unsigned long long const& first, unsigned long long const& second,
                    GRegenObjectRelation::RelationType kind) override;
   /// True when `id` was reported as depended on, under any kind.
-  bool IsIdExist(unsigned long long const& id) const { return m_relation.IsIdExist(id); }
+  bool IsIdExist(unsigned long long const& id) const;
 
 private:
-  GRegenObjectRelation m_relation;
+  // A query is made once and objects report few relations: a plain list
+  // answers it with one allocation at most.
+  std::vector<unsigned long long> m_vecDependedOn;
 };
 
 /// Handed to objects while an object is removed: they mark the ids that must
