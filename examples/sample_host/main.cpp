@@ -7,6 +7,8 @@
 // stored beside it with the extension .model)
 #include <zrn/zrn.h>
 
+#include "Demos.h"
+
 #include <algorithm>
 #include <iostream>
 #include <string>
@@ -161,6 +163,8 @@ int main(int argc, char** argv) {
   ReportAnError();
   StoreAndLoadModel(log, widePath + L".model");
   ConvertValuesAndText();
+  RegenerateParametricModel();
+  ArchiveProjectProperties(widePath + L".properties");
   log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
 
   log.RemoveOuputStream(&std::wcout);

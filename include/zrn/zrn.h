@@ -5,6 +5,8 @@
 
 #include <zrn/Export.h>
 
+#include <zrn/IO/DBDevice.h>
+#include <zrn/IO/DataIOFacade.h>
 #include <zrn/IO/DataSizeStream.h>
 #include <zrn/IO/DbArchive.h>
 #include <zrn/IO/DbArchiveImpl.h>
@@ -19,13 +21,18 @@
 #include <zrn/Notify/SubjectImpl.h>
 
 #include <zrn/Object/DataType.h>
+#include <zrn/Object/Entity.h>
 #include <zrn/Object/IBase.h>
+#include <zrn/Object/ObjTag.h>
 #include <zrn/Object/ObjectFactory.h>
+#include <zrn/Object/ObjectsState.h>
+#include <zrn/Object/Project.h>
 #include <zrn/Object/Referenced.h>
 #include <zrn/Object/WeakPtr.h>
 
 #include <zrn/Property/Color.h>
 #include <zrn/Property/Geometry.h>
+#include <zrn/Property/PropertyCollection.h>
 #include <zrn/Property/Variant.h>
 
 #include <zrn/Regen/ObjectRelation.h>

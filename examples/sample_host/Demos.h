@@ -1,0 +1,15 @@
+// The parts of the sample host that build models on the library.
+#ifndef ZRN_EXAMPLES_SAMPLE_HOST_DEMOS_H
+#define ZRN_EXAMPLES_SAMPLE_HOST_DEMOS_H
+
+#include <string>
+
+/// Builds a small parametric model, changes one value, regenerates and
+/// prints which objects were updated and regenerated, in order.
+void RegenerateParametricModel();
+
+/// Builds a project tree whose entities carry properties, archives the
+/// properties to `path` and reads them back.
+void ArchiveProjectProperties(std::wstring const& path);
+
+#endif
