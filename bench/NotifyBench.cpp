@@ -16,59 +16,79 @@
 
 namespace {
 
-struct Counter final : zrn::IObserver {
+// Two kinds of observer, alternating, as in a host: with a single kind the
+// compiler could inline the call in the plain loop, which no real loop over
+// observers of several classes gets.
+struct Observer : zrn::IObserver {
   unsigned long long sum = 0;
+  virtual ~Observer() = default;
+};
+struct Counter final : Observer {
   void Update(unsigned int code, void*) override { sum += code; }
 };
+struct Tally final : Observer {
+  void Update(unsigned int code, void*) override { sum ^= code; }
+};
+
+// Observers for the benchmark's argument: kinds alternate.
+std::vector<std::unique_ptr<Observer>> MakeObservers(benchmark::State const& state) {
+  std::vector<std::unique_ptr<Observer>> observers;
+  for (long i = 0; i < state.range(0); ++i)
+    observers.push_back(i % 2 ? std::unique_ptr<Observer>(new Tally)
+                              : std::unique_ptr<Observer>(new Counter));
+  return observers;
+}
 
 void SetCallsPerIteration(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }
 
 void BM_GSubjectNotify(benchmark::State& state) {
-  std::vector<Counter> observers(state.range(0));
+  auto const observers = MakeObservers(state);
   zrn::GSubject subject;
-  for (Counter& o : observers)
-    subject.Attach(&o);
+  for (auto const& o : observers)
+    subject.Attach(o.get());
   for (auto _ : state)
     subject.Notify(1, nullptr);
-  benchmark::DoNotOptimize(observers.front().sum);
+  benchmark::DoNotOptimize(observers.front()->sum);
   SetCallsPerIteration(state);
 }
 
 void BM_VectorLoopNotify(benchmark::State& state) {
-  std::vector<Counter> storage(state.range(0));
+  auto const storage = MakeObservers(state);
   std::vector<zrn::IObserver*> observers;
-  for (Counter& o : storage)
-    observers.push_back(&o);
+  for (auto const& o : storage)
+    observers.push_back(o.get());
   for (auto _ : state) {
     for (zrn::IObserver* o : observers)
       o->Update(1, nullptr);
     benchmark::ClobberMemory();
   }
-  benchmark::DoNotOptimize(storage.front().sum);
+  benchmark::DoNotOptimize(storage.front()->sum);
   SetCallsPerIteration(state);
 }
 
 void BM_Signals2Notify(benchmark::State& state) {
-  std::vector<Counter> observers(state.range(0));
+  auto const observers = MakeObservers(state);
   boost::signals2::signal<void(unsigned int, void*)> signal;
-  for (Counter& o : observers)
-    signal.connect([&o](unsigned int code, void* data) { o.Update(code, data); });
+  for (auto const& o : observers) {
+    zrn::IObserver* observer = o.get();
+    signal.connect([observer](unsigned int code, void* data) { observer->Update(code, data); });
+  }
   for (auto _ : state)
     signal(1, nullptr);
-  benchmark::DoNotOptimize(observers.front().sum);
+  benchmark::DoNotOptimize(observers.front()->sum);
   SetCallsPerIteration(state);
 }
 
 void BM_AttachDetach(benchmark::State& state) {
-  std::vector<Counter> observers(state.range(0));
+  auto const observers = MakeObservers(state);
   for (auto _ : state) {
     zrn::GSubject subject;
-    for (Counter& o : observers)
-      subject.Attach(&o);
-    for (Counter& o : observers)
-      subject.Detach(&o);
+    for (auto const& o : observers)
+      subject.Attach(o.get());
+    for (auto const& o : observers)
+      subject.Detach(o.get());
   }
   state.SetItemsProcessed(state.iterations() * state.range(0));
 }

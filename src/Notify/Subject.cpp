@@ -78,31 +78,27 @@ void CQueuedSubjectImpl::DetachAll() {
 }
 
 void CQueuedSubjectImpl::GetAllObservers(std::vector<IObserver*>& observers) {
-  ForEach([](IObserver* observer,
-             void* out) { static_cast<std::vector<IObserver*>*>(out)->push_back(observer); },
-          &observers);
+  std::vector<IObserver*> const& all = Walkable();
+  observers.insert(observers.end(), all.begin(), all.end());
 }
 
 void CQueuedSubjectImpl::Notify(unsigned int code, void* data) {
   struct Walk {
     CQueuedSubjectImpl* self;
-    unsigned int code;
-    void* data;
     bool wasNotifying;
     ~Walk() {
       self->m_bNotifying = wasNotifying;
       if (!wasNotifying) // only the outermost notification changes the list
         self->ApplyQueues();
     }
-  } walk{this, code, data, m_bNotifying};
+  } walk{this, m_bNotifying};
   m_bNotifying = true;
-  ForEach(
-      [](IObserver* observer, void* context) {
-        auto const* w = static_cast<Walk const*>(context);
-        if (!(w->self->m_pPendingDetach && w->self->m_pPendingDetach->Has(observer)))
-          observer->Update(w->code, w->data);
-      },
-      &walk);
+  std::vector<IObserver*> const& observers = Walkable();
+  for (IObserver* observer : observers) {
+    Queue const* detaching = m_pPendingDetach.get(); // an Update may start the queue
+    if (!detaching || !detaching->Has(observer))
+      observer->Update(code, data);
+  }
 }
 
 void CQueuedSubjectImpl::ApplyQueues() {
@@ -135,6 +131,14 @@ void CSimpleSubjectImpl::Remove(IObserver* observer) {
 }
 
 CUnorderedSubjectImpl::CUnorderedSubjectImpl(ISubjectImpl& other) { TakeOver(other); }
+
+std::vector<IObserver*> const& CUnorderedSubjectImpl::Walkable() {
+  if (m_bArrayStale) {
+    m_vecArray.assign(m_setObservers.begin(), m_setObservers.end());
+    m_bArrayStale = false;
+  }
+  return m_vecArray;
+}
 
 // --- GSubject --------------------------------------------------------------------
 

@@ -74,8 +74,10 @@ protected:
   virtual void Insert(IObserver* observer) = 0;
   virtual void Remove(IObserver* observer) = 0;
   virtual void ClearAll() = 0;
-  /// Calls `visit(observer, context)` for every observer, in order.
-  virtual void ForEach(void (*visit)(IObserver*, void*), void* context) = 0;
+  /// The observers, in order, as one array: a notification walks it with no
+  /// call per observer besides Update. It does not change while a
+  /// notification runs, since changes are queued until the outermost ends.
+  virtual std::vector<IObserver*> const& Walkable() = 0;
 
 private:
   void ApplyQueues();
@@ -102,10 +104,7 @@ protected:
   void Insert(IObserver* observer) override;
   void Remove(IObserver* observer) override;
   void ClearAll() override { m_vecObservers.clear(); }
-  void ForEach(void (*visit)(IObserver*, void*), void* context) override {
-    for (IObserver* observer : m_vecObservers)
-      visit(observer, context);
-  }
+  std::vector<IObserver*> const& Walkable() override { return m_vecObservers; }
 
 private:
   std::vector<IObserver*> m_vecObservers;
@@ -128,16 +127,26 @@ public:
   unsigned long long GetManagedMemBytes() override { return 40 * m_setObservers.size() + 104; }
 
 protected:
-  void Insert(IObserver* observer) override { m_setObservers.insert(observer); }
-  void Remove(IObserver* observer) override { m_setObservers.erase(observer); }
-  void ClearAll() override { m_setObservers.clear(); }
-  void ForEach(void (*visit)(IObserver*, void*), void* context) override {
-    for (IObserver* observer : m_setObservers)
-      visit(observer, context);
+  void Insert(IObserver* observer) override {
+    m_setObservers.insert(observer);
+    m_bArrayStale = true;
   }
+  void Remove(IObserver* observer) override {
+    m_setObservers.erase(observer);
+    m_bArrayStale = true;
+  }
+  void ClearAll() override {
+    m_setObservers.clear();
+    m_bArrayStale = true;
+  }
+  std::vector<IObserver*> const& Walkable() override;
 
 private:
   std::set<IObserver*> m_setObservers;
+  // The set in order as an array, rebuilt on the first walk after a change:
+  // walking the tree itself costs a cache miss per observer.
+  std::vector<IObserver*> m_vecArray;
+  bool m_bArrayStale = true;
 };
 
 } // namespace zrn
