@@ -62,6 +62,13 @@ struct GRegenEngine::AtomTrees {
   }
 
   GRegenStepPlan plan;
+  // The depth-first walk's stack, kept with its capacity: a chain a million
+  // deep would otherwise fault in its pages again at every pass.
+  struct Frame {
+    GRegenAtomNode* next;
+    GRegenAtomNode* owner;
+  };
+  std::vector<Frame> stack;
 
   void Clear() {
     plan.Reset();

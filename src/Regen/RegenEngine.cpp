@@ -79,13 +79,10 @@ void GRegenEngine::EndPass() {
 // current path are found through a hash index, so the test that breaks
 // cycles costs the same at any depth.
 void GRegenEngine::Propagate(GRegenContext& context) {
-  struct Frame {
-    GRegenAtomNode* next;
-    GRegenAtomNode* owner;
-  };
   AtomIndex& path = m_pAtoms->path;
   path.Clear();
-  std::vector<Frame> stack{{m_pAtoms->firstRoot, nullptr}};
+  std::vector<AtomTrees::Frame>& stack = m_pAtoms->stack;
+  stack.assign(1, {m_pAtoms->firstRoot, nullptr});
   while (!stack.empty()) {
     GRegenAtomNode* node = stack.back().next;
     if (!node) {

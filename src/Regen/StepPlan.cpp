@@ -75,11 +75,8 @@ bool GRegenStepPlan::AttachChild(GRegenStepNode* parent, GRegenStepNode* child) 
 
 void GRegenStepPlan::BuildForest(GRegenAtomNode* firstRoot, std::size_t atomCount) {
   m_runIndex.Reserve(atomCount);
-  struct Frame {
-    GRegenAtomNode* next;
-    GRegenStepNode* enclosing;
-  };
-  std::vector<Frame> stack{{firstRoot, nullptr}};
+  std::vector<BuildFrame>& stack = m_buildStack;
+  stack.assign(1, {firstRoot, nullptr});
   while (!stack.empty()) {
     GRegenAtomNode* atomNode = stack.back().next;
     if (!atomNode) {

@@ -102,6 +102,11 @@ private:
   std::size_t m_placements = 0;
   bool m_bCyclic = false;
   std::vector<GRegenStepNode*> m_walk; // scratch for subtree walks
+  struct BuildFrame {
+    GRegenAtomNode* next;
+    GRegenStepNode* enclosing;
+  };
+  std::vector<BuildFrame> m_buildStack; // kept with its capacity, like the containers
 };
 
 } // namespace zrn
