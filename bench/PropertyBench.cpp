@@ -47,43 +47,36 @@ struct Small {
   }
 };
 
-void BM_SetPropertyByName(benchmark::State& state) {
+// Runs `op(small, i)` once per iteration, cycling i over the properties.
+template <class Op> void CycleOverSmall(benchmark::State& state, Op op) {
   Small small;
   int i = 0;
   for (auto _ : state) {
-    small.collection.SetProperty(small.names[i], CVariant(i));
+    op(small, i);
     i = (i + 1) % kSmallCount;
   }
+}
+
+void BM_SetPropertyByName(benchmark::State& state) {
+  CycleOverSmall(state, [](Small& s, int i) { s.collection.SetProperty(s.names[i], CVariant(i)); });
 }
 BENCHMARK(BM_SetPropertyByName);
 
 void BM_GetPropertyByName(benchmark::State& state) {
-  Small small;
-  int i = 0;
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(small.collection.GetProperty(small.names[i]));
-    i = (i + 1) % kSmallCount;
-  }
+  CycleOverSmall(state, [](Small& s, int i) {
+    benchmark::DoNotOptimize(s.collection.GetProperty(s.names[i]));
+  });
 }
 BENCHMARK(BM_GetPropertyByName);
 
 void BM_SetPropertyById(benchmark::State& state) {
-  Small small;
-  int i = 0;
-  for (auto _ : state) {
-    small.collection.SetProperty(small.ids[i], CVariant(i));
-    i = (i + 1) % kSmallCount;
-  }
+  CycleOverSmall(state, [](Small& s, int i) { s.collection.SetProperty(s.ids[i], CVariant(i)); });
 }
 BENCHMARK(BM_SetPropertyById);
 
 void BM_GetPropertyById(benchmark::State& state) {
-  Small small;
-  int i = 0;
-  for (auto _ : state) {
-    benchmark::DoNotOptimize(small.collection.GetProperty(small.ids[i]));
-    i = (i + 1) % kSmallCount;
-  }
+  CycleOverSmall(
+      state, [](Small& s, int i) { benchmark::DoNotOptimize(s.collection.GetProperty(s.ids[i])); });
 }
 BENCHMARK(BM_GetPropertyById);
 
