@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that building and testing zrn need, skipping
-# those already present. Extra package names may be given as arguments.
+# those already present. Extra package names may be given as arguments (the
+# benchmark and fuzzing scripts name the peers and tools only they need).
 set -euo pipefail
 
 packages=(
   g++ cmake make pkg-config
   libboost-thread-dev libboost-date-time-dev libboost-filesystem-dev libboost-system-dev
   libzip-dev libtinyxml-dev
-  libgtest-dev libgmock-dev libbenchmark-dev libspdlog-dev libcereal-dev
-  libboost-serialization-dev
+  libgtest-dev libgmock-dev
   "$@"
 )
 
@@ -22,6 +22,10 @@ done
 
 as_root=()
 if [ "$(id -u)" -ne 0 ]; then
+  if ! command -v sudo >/dev/null; then
+    echo "install-deps: not root and no sudo; install by hand: ${missing[*]}" >&2
+    exit 1
+  fi
   as_root=(sudo)
 fi
 echo "Installing: ${missing[*]}"
