@@ -1,8 +1,8 @@
 # Installation and the CMake package config, so that a host writes
 #   find_package(zrn)
 #   target_link_libraries(host PRIVATE zrn::zrn)
-# against an install prefix or against this build tree.
-include(GNUInstallDirs)
+# against an install prefix or against this build tree; and a pkg-config file
+# for hosts built with other tools.
 include(CMakePackageConfigHelpers)
 
 set(ZRN_CONFIG_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/zrn")
@@ -12,6 +12,18 @@ install(TARGETS zrn EXPORT zrnTargets
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(DIRECTORY include/zrn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES "${PROJECT_BINARY_DIR}/include/zrn/Version.h"
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zrn)
+install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR})
+
+# zrn.pc finds its prefix from its own folder, so the installed tree can move.
+set(ZRN_PC_PREFIX "\${pcfiledir}")
+string(REPLACE "/" ";" ZRN_PC_DEPTH "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+foreach(component IN LISTS ZRN_PC_DEPTH)
+  string(APPEND ZRN_PC_PREFIX "/..")
+endforeach()
+configure_file(cmake/zrn.pc.in "${PROJECT_BINARY_DIR}/zrn.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/zrn.pc" DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 install(EXPORT zrnTargets NAMESPACE zrn:: DESTINATION ${ZRN_CONFIG_DIR})
 
 configure_package_config_file(cmake/zrnConfig.cmake.in
