@@ -250,8 +250,7 @@ TEST_F(LogManagerTest, FullDiskIsReportedOnceAndTheOtherOutputsGoOn) {
   for (std::string const& text : debugger.Texts())
     (text.rfind("zrn: the log file", 0) == 0 ? reports : lines).push_back(text);
   ASSERT_EQ(reports.size(), 1u);
-  EXPECT_NE(reports[0].find("\"/dev/full\" cannot be written ("), std::string::npos)
-      << reports[0];
+  EXPECT_NE(reports[0].find("\"/dev/full\" cannot be written ("), std::string::npos) << reports[0];
   EXPECT_EQ(lines.size(), 100u);
   const std::wstring streamed = m_stream.str();
   EXPECT_EQ(std::count(streamed.begin(), streamed.end(), L'\n'), 100);

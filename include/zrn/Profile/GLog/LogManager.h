@@ -93,9 +93,9 @@ public:
 
   /// Opens the log file at `path` for appending, writes a banner with the
   /// date and time straight to disk, and switches file output on; returns
-  /// whether the file is open and the banner was written. Fails while a file is already open, and then stops file
-  /// output until an empty path closes the file. An empty path closes the
-  /// file and returns true.
+  /// whether the file is open and the banner was written. Fails while a file
+  /// is already open, and then stops file output until an empty path closes
+  /// the file. An empty path closes the file and returns true.
   bool SetOutputFilePath(std::wstring const& path);
 
   /// True while a log file is open and every line given to it so far has
