@@ -1,8 +1,9 @@
 // Cost of taking and dropping a strong reference, single-threaded and
 // uncontended, on a live object: a Ref/Unref pair on a CReferenced, the weak
 // counter's AddRefLock followed by Unref, and CWeakPtr<T>::Lock (the returned
-// CRefPtr dropped at once); next to a std::shared_ptr copy and destroy and a
-// std::weak_ptr::lock for comparison.
+// CRefPtr dropped at once), and CWeakPtr<T>::Expired; next to a
+// std::shared_ptr copy and destroy, a std::weak_ptr::lock and a
+// std::weak_ptr::expired for comparison.
 //
 // main starts and joins one thread before anything is measured: until a
 // process has had a second thread, the standard library counts shared_ptr
@@ -58,6 +59,17 @@ void BM_WeakPtrLock(benchmark::State& state) {
 }
 BENCHMARK(BM_WeakPtrLock);
 
+void BM_WeakPtrExpired(benchmark::State& state) {
+  auto body = zrn::MakeRef<CBody>();
+  zrn::CWeakPtr<CBody> weak(body);
+  for (auto _ : state) {
+    bool expired = weak.Expired();
+    benchmark::DoNotOptimize(expired);
+    benchmark::ClobberMemory(); // read the pointer again on every pass
+  }
+}
+BENCHMARK(BM_WeakPtrExpired);
+
 void BM_SharedPtrCopy(benchmark::State& state) {
   auto body = std::make_shared<Body>();
   for (auto _ : state) {
@@ -76,6 +88,17 @@ void BM_StdWeakPtrLock(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_StdWeakPtrLock);
+
+void BM_StdWeakPtrExpired(benchmark::State& state) {
+  auto body = std::make_shared<Body>();
+  std::weak_ptr<Body> weak = body;
+  for (auto _ : state) {
+    bool expired = weak.expired();
+    benchmark::DoNotOptimize(expired);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_StdWeakPtrExpired);
 
 } // namespace
 

@@ -53,14 +53,16 @@ bool CQueuedSubjectImpl::Attach(IObserver* observer) {
 }
 
 bool CQueuedSubjectImpl::Detach(IObserver* observer) {
-  if (m_bNotifying && m_pPendingAttach && m_pPendingAttach->Remove(observer))
-    return true; // attached and detached within one notification
+  // An observer that is only waiting to be attached is not attached: its
+  // pending attach stands.
   if (!Exist(observer))
     return false;
   if (!m_bNotifying) {
     Remove(observer);
     return true;
   }
+  if (m_pPendingAttach && m_pPendingAttach->Remove(observer))
+    return true; // detached, attached again, detached: its detach stands
   if (!m_pPendingDetach)
     m_pPendingDetach = std::make_unique<Queue>();
   m_pPendingDetach->Add(observer);

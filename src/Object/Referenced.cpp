@@ -48,7 +48,8 @@ CWeakPtrCounter::~CWeakPtrCounter() = default;
 
 CReferenced* CWeakPtrCounter::AddRefLock() {
   CLock lock(m_mutex);
-  CReferenced* const object = m_pObserved;
+  // Relaxed: Invalidate writes under the same lock.
+  CReferenced* const object = m_pObserved.load(std::memory_order_relaxed);
   if (!object)
     return nullptr;
   // Pin the object first: reading the count after a plain Ref could mistake a
@@ -64,7 +65,7 @@ CReferenced* CWeakPtrCounter::AddRefLock() {
 
 void CWeakPtrCounter::Invalidate() {
   CLock lock(m_mutex);
-  m_pObserved = nullptr;
+  m_pObserved.store(nullptr, std::memory_order_release);
 }
 
 } // namespace zrn

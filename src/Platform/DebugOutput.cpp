@@ -31,6 +31,15 @@ void OutputDebugUtf8(std::string_view text) {
     WriteStandardError(text);
 }
 
+void ReportToDebuggerAndStandardError(std::string_view text) {
+  // Without a handler the debugger sink is standard error itself.
+  if (Slot().Installed()) {
+    if (auto handler = Slot().Get())
+      (*handler)(text);
+  }
+  WriteStandardError(text);
+}
+
 } // namespace platform
 
 void OutputDebugText(std::string_view text) { platform::OutputDebugUtf8(text); }

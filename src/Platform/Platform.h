@@ -54,6 +54,11 @@ bool DebugOutputWanted();
 /// Writes `text` to standard error, unbuffered.
 void WriteStandardError(std::string_view text);
 
+/// Sends `text` to an installed debugger-output handler, if any, and to
+/// standard error: for failures of the library's own outputs, which must be
+/// seen whether or not a debugger is attached. Standard error gets it once.
+void ReportToDebuggerAndStandardError(std::string_view text);
+
 } // namespace zrn::platform
 
 #endif

@@ -1,6 +1,8 @@
 #include <zrn/Profile/ErrorException.h>
 #include <zrn/Profile/GLog/LogManager.h>
 
+#include "Text/Utf8.h"
+
 namespace zrn {
 
 namespace {
@@ -22,8 +24,9 @@ std::wstring ComposeLogLine(std::wstring const& description, std::string const& 
 
 CErrorException::CErrorException(std::wstring const& description, char const* file, long line)
     : m_strDescription(description), m_strFile(file ? file : ""), m_nLine(line) {
-  CSingleton<CLogManager>::GetInstance().Log(ComposeLogLine(m_strDescription, m_strFile, m_nLine),
-                                             LOG_LEVEL_CRITICAL);
+  const std::wstring text = ComposeLogLine(m_strDescription, m_strFile, m_nLine);
+  m_strWhat = detail::ToUtf8(text);
+  CSingleton<CLogManager>::GetInstance().Log(text, LOG_LEVEL_CRITICAL);
 }
 
 CErrorException::CErrorException(CErrorException const& other) = default;
@@ -31,5 +34,7 @@ CErrorException::CErrorException(CErrorException const& other) = default;
 CErrorException& CErrorException::operator=(CErrorException const& other) = default;
 
 CErrorException::~CErrorException() = default;
+
+char const* CErrorException::what() const noexcept { return m_strWhat.c_str(); }
 
 } // namespace zrn

@@ -69,6 +69,33 @@ TEST(GSubject, ChangesDuringANotificationWaitForItsEnd) {
   EXPECT_EQ(order, (std::vector<IObserver*>{&c, &late, &a}));
 }
 
+// Guards against a detach cancelling an attach made in the same notification:
+// the observer waiting to be attached is not attached, so the detach is
+// refused and changes nothing.
+TEST(GSubject, DetachOfAnObserverOnlyWaitingToBeAttachedIsRefused) {
+  std::vector<std::string> log;
+  Recorder a("a", &log), x("x", &log), y("y", &log);
+  GSubject subject;
+  subject.Attach(&a);
+  subject.Attach(&y);
+  a.onUpdate = [&] {
+    EXPECT_TRUE(subject.Attach(&x));
+    EXPECT_FALSE(subject.Detach(&x)); // only waiting: not attached
+    EXPECT_FALSE(subject.Exist(&x));
+    // An attached observer detached, attached and detached again: the last
+    // call counts.
+    EXPECT_TRUE(subject.Detach(&y));
+    EXPECT_TRUE(subject.Attach(&y));
+    EXPECT_TRUE(subject.Detach(&y));
+    a.onUpdate = nullptr;
+  };
+  subject.Notify(1, nullptr);
+  EXPECT_TRUE(subject.Exist(&x));
+  EXPECT_FALSE(subject.Exist(&y));
+  subject.Notify(2, nullptr);
+  EXPECT_EQ(log, (std::vector<std::string>{"a:1", "a:2", "x:2"}));
+}
+
 TEST(GSubject, SwitchesRepresentationWithHysteresis) {
   std::vector<std::string> log;
   std::vector<std::unique_ptr<Recorder>> observers;

@@ -90,5 +90,25 @@ TEST(CWeakPtr, LastReferenceDroppedWhileOtherThreadsLock) {
   }
 }
 
+// Guards against Expired reading the observed pointer while the destroying
+// thread clears it: a data race that ThreadSanitizer reports.
+TEST(CWeakPtr, ExpiredWhileTheObjectDiesOnAnotherThread) {
+  for (int round = 0; round < 50; ++round) {
+    CRefPtr<Node> node = MakeRef<Node>();
+    CWeakPtr<Node> weak(node);
+    std::atomic<bool> started{false};
+    std::thread watcher([&] {
+      started = true;
+      while (!weak.Expired())
+        std::this_thread::yield();
+    });
+    while (!started)
+      std::this_thread::yield();
+    node = nullptr;
+    watcher.join();
+    EXPECT_FALSE(weak.Lock());
+  }
+}
+
 } // namespace
 } // namespace zrn

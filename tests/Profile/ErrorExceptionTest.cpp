@@ -37,6 +37,21 @@ TEST(CErrorException, ConstructionLogsOneCriticalLine) {
             L"[CRITICAL]: d - [FILE]:  [LINE]: 0\n[CRITICAL]: d - [FILE]: caf\u00e9 [LINE]: 9\n");
 }
 
+// Guards against what() giving the standard library's fixed text: a host
+// that catches std::exception must see what went wrong, and where.
+TEST(CErrorException, WhatGivesTheLoggedTextInUtf8) {
+  try {
+    throw CErrorException(L"Tr\u00e8s cass\u00e9", "Profile\\GLog", 12);
+  } catch (std::exception const& e) {
+    EXPECT_STREQ(e.what(), "Tr\xC3\xA8s cass\xC3\xA9 - [FILE]: Profile\\GLog [LINE]: 12");
+  }
+  CErrorException original(L"copied", "x", 3);
+  CErrorException assigned(L"other", nullptr, 0);
+  assigned = original;
+  EXPECT_STREQ(CErrorException(original).what(), "copied - [FILE]: x [LINE]: 3");
+  EXPECT_STREQ(assigned.what(), original.what());
+}
+
 TEST(CErrorException, CopiesLogNothing) {
   CErrorException original(L"first", "a", 1);
   CErrorException other(L"second", "b", 2);

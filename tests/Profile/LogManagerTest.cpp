@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <filesystem>
@@ -227,6 +228,44 @@ TEST_F(LogManagerTest, FailedOpensAndTheFileOutputFlag) {
   EXPECT_EQ(text.find("lost"), std::string::npos);
   EXPECT_NE(text.find("[NORMAL]: kept again\n"), std::string::npos);
   EXPECT_FALSE(std::filesystem::exists(second.Path()));
+}
+
+// Guards against a log file on a full disk dropping every line without a
+// word: the first failed write is reported once, the host can ask, and the
+// other outputs go on.
+TEST_F(LogManagerTest, FullDiskIsReportedOnceAndTheOtherOutputsGoOn) {
+  if (!std::filesystem::exists("/dev/full"))
+    GTEST_SKIP() << "no /dev/full";
+  DebugOutputCapture debugger;
+  m_log.AppendOuputStream(&m_stream);
+  EXPECT_FALSE(m_log.IsLogFileGood()); // no file open
+  EXPECT_FALSE(m_log.SetOutputFilePath(L"/dev/full"));
+  EXPECT_FALSE(m_log.IsLogFileGood());
+  const std::string filler(1000, 'x');
+  for (int i = 0; i < 100; ++i) // more than the file's buffer
+    m_log.Log(filler, i % 10 == 0 ? LOG_LEVEL_CRITICAL : LOG_LEVEL_NORMAL);
+  EXPECT_TRUE(m_log.SetOutputFilePath(L""));
+
+  std::vector<std::string> reports, lines;
+  for (std::string const& text : debugger.Texts())
+    (text.rfind("zrn: the log file", 0) == 0 ? reports : lines).push_back(text);
+  ASSERT_EQ(reports.size(), 1u);
+  EXPECT_NE(reports[0].find("\"/dev/full\" cannot be written ("), std::string::npos) << reports[0];
+  EXPECT_EQ(lines.size(), 100u);
+  const std::wstring streamed = m_stream.str();
+  EXPECT_EQ(std::count(streamed.begin(), streamed.end(), L'\n'), 100);
+
+  // A file that works again is good again, and a new failure is reported anew.
+  TempLogFile file;
+  ASSERT_TRUE(m_log.SetOutputFilePath(file.WidePath()));
+  m_log.Log(L"written", LOG_LEVEL_NORMAL);
+  EXPECT_TRUE(m_log.IsLogFileGood());
+  EXPECT_NE(ReadFile(file.Path()).find("[NORMAL]: written\n"), std::string::npos);
+  m_log.SetOutputFilePath(L"");
+  EXPECT_FALSE(m_log.SetOutputFilePath(L"/dev/full"));
+  m_log.SetOutputFilePath(L"");
+  m_log.RemoveOuputStream(&m_stream);
+  EXPECT_EQ(debugger.Texts().size(), 103u); // one more report, and the line
 }
 
 TEST_F(LogManagerTest, LinesFromManyThreadsNeverInterleave) {

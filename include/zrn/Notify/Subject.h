@@ -46,6 +46,10 @@ protected:
 /// itself: to the set when an attach or detach is made with 60 observers
 /// present, back to the vector when one is made with 40 present.
 ///
+/// During a notification, "attached" means attached when it began: an
+/// observer attached within it is only waiting, so Detach of it returns false
+/// and it is still attached when the notification ends.
+///
 /// Observers are not owned and must detach before they are destroyed. A
 /// subject is used from one thread; it is not copyable.
 class ZRN_API GSubject : public ISubject {

@@ -46,9 +46,11 @@ protected:
 ///
 /// Changes made during a notification are applied when the outermost one
 /// ends, detaches before attaches, so the walk never sees its collection
-/// change. Within one notification the last word counts: a detach followed
-/// by an attach of the same observer leaves it attached (at the end, in the
-/// vector form), an attach followed by a detach leaves it detached.
+/// change. Attach and Detach answer from the observers attached now, not
+/// from the queues: a detach followed by an attach of the same observer
+/// leaves it attached (at the end, in the vector form), and a detach of an
+/// observer that is only waiting to be attached returns false and leaves the
+/// attach in place. For an attached observer the last call counts.
 class ZRN_API CQueuedSubjectImpl : public ISubjectImpl {
 public:
   bool Attach(IObserver* observer) override;

@@ -73,16 +73,21 @@ inline void intrusive_ptr_release(CReferenced* p) { p->Unref(); }
 ///
 /// It names the observed object until that object dies; from then on
 /// AddRefLock returns null. The counter may outlive its object. AddRefLock and
-/// Invalidate are serialised by the counter's own mutex.
+/// Invalidate are serialised by the counter's own mutex; the observed pointer
+/// is atomic as well, so GetObserverdObject may read it on any thread without
+/// the lock while the object dies on another.
 class ZRN_API CWeakPtrCounter : public CReferenced {
 public:
   /// Creates a counter with count 0 that observes `observed`.
   explicit CWeakPtrCounter(CReferenced const* observed);
 
   /// The observed object as it stands, without taking a reference or the lock.
-  CReferenced* GetObserverdObject() { return m_pObserved; }
+  /// Null once the object is gone; a non-null result may be dying already.
+  CReferenced* GetObserverdObject() { return m_pObserved.load(std::memory_order_acquire); }
   /// The observed object as it stands, without taking a reference or the lock.
-  CReferenced const* GetObserverdObject() const { return m_pObserved; }
+  CReferenced const* GetObserverdObject() const {
+    return m_pObserved.load(std::memory_order_acquire);
+  }
 
   /// A new strong reference to the observed object, or null once the object
   /// is gone or its count has already fallen to 0. The caller owns the
@@ -98,7 +103,9 @@ protected:
 
 private:
   CMutex m_mutex;
-  CReferenced* m_pObserved;
+  // Written only under m_mutex; read under it by AddRefLock and without it by
+  // GetObserverdObject.
+  std::atomic<CReferenced*> m_pObserved;
 };
 
 } // namespace zrn

@@ -41,6 +41,7 @@ public:
 
   /// True once the object is known to be gone. False is only a hint: the
   /// object may be dying on another thread, and Lock may still return empty.
+  /// Safe to call while another thread destroys the object.
   bool Expired() const { return !m_counter || m_counter->GetObserverdObject() == nullptr; }
 
   /// Stops observing.

@@ -3,7 +3,8 @@
 // Constructing a CErrorException writes one critical line through the log
 // manager: the description, " - [FILE]: ", the source file and " [LINE]: "
 // with the line, so that every thrown error leaves a trace even if nobody
-// catches it. Copies write nothing.
+// catches it. Copies write nothing. what() gives the same text in UTF-8, so a
+// handler that catches std::exception can report it as it is.
 #ifndef ZRN_PROFILE_ERROREXCEPTION_H
 #define ZRN_PROFILE_ERROREXCEPTION_H
 
@@ -15,7 +16,7 @@
 namespace zrn {
 
 /// An error with a description and the source position that raised it.
-/// Thrown by value; may be caught as std::exception (whose what() it keeps).
+/// Thrown by value; may be caught as std::exception.
 class ZRN_API CErrorException : public std::exception {
 public:
   /// Records the fields and logs the critical line. `file` is the thrower's
@@ -24,6 +25,11 @@ public:
   CErrorException(CErrorException const& other);
   CErrorException& operator=(CErrorException const& other);
   ~CErrorException() override;
+
+  /// The logged text in UTF-8, such as
+  /// "Log Level Stack is empty. - [FILE]: Profile\GLog [LINE]: 120". Valid
+  /// for the life of this object.
+  char const* what() const noexcept override;
 
   /// What went wrong.
   std::wstring const& GetDescription() const { return m_strDescription; }
@@ -36,6 +42,7 @@ private:
   std::wstring m_strDescription;
   std::string m_strFile;
   long m_nLine;
+  std::string m_strWhat;
 };
 
 } // namespace zrn

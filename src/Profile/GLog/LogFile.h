@@ -12,6 +12,8 @@ namespace zrn {
 
 /// An append-only file that behaves like a stream with a fail state: opening
 /// while open fails and marks it bad; a bad or closed file takes no writes.
+/// The first failed write after an open is reported once, to the debugger
+/// output and standard error, since the log itself can no longer say it.
 class CLogManager::LogFile {
 public:
   LogFile();
@@ -32,9 +34,19 @@ public:
   void Flush();
 
 private:
+  // Marks the file bad and broken after a failed write or close, reporting
+  // it unless it was broken already. `error` is the errno of the failure.
+  void Fail(int error);
+  // Writes all of `text`; false (and the file bad) on a short write.
+  bool WriteThrough(std::string_view text);
+
   std::FILE* m_pFile = nullptr;
   bool m_bGood = true;
+  // A write or close failed: nothing more goes to this file, buffered lines
+  // included (a bad file from a second open still takes its buffered lines).
+  bool m_bBroken = false;
   std::string m_strBuffer;
+  std::string m_strPath;
 };
 
 } // namespace zrn

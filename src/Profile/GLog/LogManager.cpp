@@ -251,7 +251,14 @@ bool CLogManager::SetOutputFilePath(std::wstring const& path) {
     return false;
   const std::string rule(37, '-');
   m_pLogFile->Write("\n" + rule + detail::DateTimeText(std::time(nullptr)) + rule + "\n");
+  m_pLogFile->Flush(); // a file that cannot be written fails here, not lines later
   m_bitsetFlags[1] = true;
+  return m_pLogFile->IsWritable();
+}
+
+bool CLogManager::IsLogFileGood() {
+  LogGuard lock(LogLock());
+  m_pLogFile->Flush();
   return m_pLogFile->IsWritable();
 }
 

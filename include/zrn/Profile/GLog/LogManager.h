@@ -54,6 +54,9 @@ extern template class ZRN_API CSingleton<CLogManager>;
 ///
 /// The log file is written in UTF-8 and buffered; the buffer goes to disk when
 /// it fills, after every critical line, when the file is closed, and at exit.
+/// When a write to it fails (a full disk, say), the failure is reported once
+/// to the debugger output and standard error, the file takes no more lines,
+/// and the other outputs go on; IsLogFileGood tells the host.
 class ZRN_API CLogManager : public CSingleton<CLogManager> {
 public:
   /// The most entries the level stack may hold, the initial one included.
@@ -89,11 +92,18 @@ public:
   void RemoveAllOuputStream();
 
   /// Opens the log file at `path` for appending, writes a banner with the
-  /// date and time, and switches file output on; returns whether the file is
-  /// open and good. Fails while a file is already open, and then stops file
-  /// output until an empty path closes the file. An empty path closes the
-  /// file and returns true.
+  /// date and time straight to disk, and switches file output on; returns
+  /// whether the file is open and the banner was written. Fails while a file
+  /// is already open, and then stops file output until an empty path closes
+  /// the file. An empty path closes the file and returns true.
   bool SetOutputFilePath(std::wstring const& path);
+
+  /// True while a log file is open and every line given to it so far has
+  /// reached it; the buffer is sent to disk first so that the answer covers
+  /// every line logged. False with no log file open, once a write to the file
+  /// has failed (until a file is opened again), and after a failed second
+  /// SetOutputFilePath.
+  bool IsLogFileGood();
 
   void SetLogFileOutput(bool on);
   bool IsLogFileOutput();
