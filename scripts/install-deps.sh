@@ -8,7 +8,7 @@ packages=(
   g++ cmake make pkg-config
   libboost-thread-dev libboost-date-time-dev libboost-filesystem-dev libboost-system-dev
   libzip-dev libtinyxml-dev
-  libgtest-dev libgmock-dev
+  libgtest-dev libgmock-dev locales
   "$@"
 )
 

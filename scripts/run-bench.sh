@@ -8,7 +8,7 @@ build=${ZRN_BUILD_DIR:-$root/build-bench}
 
 # The peer libraries measured side by side with zrn.
 "$root/scripts/install-deps.sh" libbenchmark-dev libspdlog-dev libcereal-dev \
-  libboost-serialization-dev
+  libboost-serialization-dev libssl-dev
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DZRN_BUILD_BENCH=ON \
   -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)"

@@ -106,34 +106,50 @@ long long ParseInt64(std::string_view text) {
 
 long long ParseInt64(std::wstring_view text) { return ParseInt64(Narrowed(text)); }
 
-double ParseDouble(std::string_view text) {
-  text = SkipSpace(text);
+double ReadDouble(std::string_view text, std::size_t& length) {
+  length = 0;
+  const std::string_view number = SkipSpace(text);
+  std::string_view rest = number;
   bool negative = false;
-  if (!text.empty() && (text[0] == '+' || text[0] == '-')) {
-    negative = text[0] == '-';
-    text.remove_prefix(1);
+  if (!rest.empty() && (rest[0] == '+' || rest[0] == '-')) {
+    negative = rest[0] == '-';
+    rest.remove_prefix(1);
   }
-  if (!text.empty() && (text[0] == '+' || text[0] == '-'))
+  if (!rest.empty() && (rest[0] == '+' || rest[0] == '-'))
     return 0.0; // a second sign: no number
   double value = 0.0;
-  const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), value);
+  const auto [end, ec] = std::from_chars(rest.data(), rest.data() + rest.size(), value);
   if (ec == std::errc::invalid_argument)
     return 0.0;
   if (ec == std::errc::result_out_of_range) {
     // Too large or too small: which one shows in the exponent, or (without
     // one) in whether any digit before the point is not zero.
-    const std::string_view number(text.data(), static_cast<std::size_t>(end - text.data()));
-    const std::size_t e = number.find_first_of("eE");
+    const std::string_view digits(rest.data(), static_cast<std::size_t>(end - rest.data()));
+    const std::size_t e = digits.find_first_of("eE");
     const bool tiny =
         e != std::string_view::npos
-            ? number.substr(e + 1).starts_with('-')
-            : number.substr(0, number.find('.')).find_first_not_of('0') == std::string_view::npos;
+            ? digits.substr(e + 1).starts_with('-')
+            : digits.substr(0, digits.find('.')).find_first_not_of('0') == std::string_view::npos;
     value = tiny ? 0.0 : HUGE_VAL;
   }
+  length = static_cast<std::size_t>(end - text.data());
   return negative ? -value : value;
 }
 
-double ParseDouble(std::wstring_view text) { return ParseDouble(Narrowed(text)); }
+double ReadDouble(std::wstring_view text, std::size_t& length) {
+  // The narrowed text is a prefix of the wide one, character for character.
+  return ReadDouble(Narrowed(text), length);
+}
+
+double ParseDouble(std::string_view text) {
+  std::size_t length = 0;
+  return ReadDouble(text, length);
+}
+
+double ParseDouble(std::wstring_view text) {
+  std::size_t length = 0;
+  return ReadDouble(text, length);
+}
 
 long long TruncateToInt64(double value) {
   // -2^63 and 2^63 are exact doubles; no double lies between -2^63 - 1 and

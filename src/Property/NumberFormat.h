@@ -1,5 +1,6 @@
-// Number parsing and formatting for variant conversions: independent of the
-// process's locale, and never undefined for any input.
+// Number parsing and formatting for variant conversions and typed input:
+// independent of the process's locale (the point is always a full stop), and
+// never undefined for any input.
 #ifndef ZRN_SRC_PROPERTY_NUMBERFORMAT_H
 #define ZRN_SRC_PROPERTY_NUMBERFORMAT_H
 
@@ -26,6 +27,12 @@ long long ParseInt64(std::wstring_view text);
 double ParseDouble(std::string_view text);
 /// The same for wide text.
 double ParseDouble(std::wstring_view text);
+
+/// ParseDouble, also storing in `length` how many characters of `text` the
+/// number took, white space and sign included; 0 when there is no number.
+double ReadDouble(std::string_view text, std::size_t& length);
+/// The same for wide text.
+double ReadDouble(std::wstring_view text, std::size_t& length);
 
 /// `value` truncated toward zero; NaN and values outside the 64-bit range
 /// give the most negative 64-bit value, as the processor's conversion does.

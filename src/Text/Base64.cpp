@@ -1,10 +1,24 @@
 #include <zrn/Text/Base64.h>
 
+#include "Platform/Simd.h"
+#include "Text/Base64Kernels.h"
+
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 
 namespace {
+
+// Results are built a chunk at a time in a buffer on the stack and appended
+// to a string reserved once: the string's memory is written once, never
+// zero-filled first. A chunk is this many groups of three bytes and four
+// characters.
+constexpr std::size_t kChunkGroups = 1024;
+constexpr std::size_t kChunkBytes = 3 * kChunkGroups;
+constexpr std::size_t kChunkChars = 4 * kChunkGroups;
+// Room beyond a decoded chunk for the vector path's last store.
+constexpr std::size_t kDecodeSlack = 8;
 
 constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
@@ -61,36 +75,37 @@ char* DecodeTail(unsigned char const* in, std::size_t size, char* out) {
   return out;
 }
 
-} // namespace
-
-std::string base64_encode(unsigned char const* data, unsigned int length) {
-  std::string text((static_cast<std::size_t>(length) + 2) / 3 * 4, '\0');
-  char* out = text.data();
-  std::size_t i = 0;
-  for (; i + 3 <= length; i += 3)
-    out = EncodeGroup(
-        (std::uint32_t{data[i]} << 16) | (std::uint32_t{data[i + 1]} << 8) | data[i + 2], out);
-  const std::size_t left = length - i;
-  if (left > 0) {
-    std::uint32_t bits = std::uint32_t{data[i]} << 16;
-    if (left == 2)
-      bits |= std::uint32_t{data[i + 1]} << 8;
-    out = EncodeGroup(bits, out);
-    out[-1] = '=';
-    if (left == 1)
-      out[-2] = '=';
-  }
-  return text;
+bool UseAvx2() {
+#if defined(ZRN_BASE64_X86_KERNELS)
+  return zrn::platform::ActiveSimdLevel() >= zrn::platform::SimdLevel::kAvx2;
+#else
+  return false;
+#endif
 }
 
-std::string base64_decode(std::string const& text) {
-  auto const* in = reinterpret_cast<unsigned char const*>(text.data());
-  const std::size_t size = text.size();
-  std::string bytes(size / 4 * 3 + 2, '\0');
-  char* const begin = bytes.data();
-  char* out = begin;
+// Encodes the `size` bytes at `in`, a multiple of three, into `out`.
+char* EncodeGroups(unsigned char const* in, std::size_t size, char* out, bool avx2) {
   std::size_t i = 0;
-  for (; i + 4 <= size; i += 4) {
+#if defined(ZRN_BASE64_X86_KERNELS)
+  if (avx2)
+    i = zrn::detail::EncodeBase64Avx2(in, size, out);
+#endif
+  for (; i < size; i += 3)
+    out = EncodeGroup((std::uint32_t{in[i]} << 16) | (std::uint32_t{in[i + 1]} << 8) | in[i + 2],
+                      out);
+  return out;
+}
+
+// Decodes the groups of four characters at `in`, `size` a multiple of four,
+// up to the first group with a character outside the alphabet. Returns the
+// characters decoded.
+std::size_t DecodeGroups(unsigned char const* in, std::size_t size, char*& out, bool avx2) {
+  std::size_t i = 0;
+#if defined(ZRN_BASE64_X86_KERNELS)
+  if (avx2)
+    i = zrn::detail::DecodeBase64Avx2(in, size, out);
+#endif
+  for (; i < size; i += 4) {
     const std::uint32_t bits =
         kDecode[0][in[i]] | kDecode[1][in[i + 1]] | kDecode[2][in[i + 2]] | kDecode[3][in[i + 3]];
     if (bits & kForeign)
@@ -100,7 +115,53 @@ std::string base64_decode(std::string const& text) {
     out[2] = static_cast<char>(bits);
     out += 3;
   }
-  out = DecodeTail(in + i, size - i, out);
-  bytes.resize(static_cast<std::size_t>(out - begin));
+  return i;
+}
+
+} // namespace
+
+std::string base64_encode(unsigned char const* data, unsigned int length) {
+  std::string text;
+  text.reserve((static_cast<std::size_t>(length) + 2) / 3 * 4);
+  const bool avx2 = UseAvx2();
+  char chunk[kChunkChars];
+  std::size_t i = 0;
+  while (length - i >= 3) {
+    const std::size_t size = std::min<std::size_t>(length - i, kChunkBytes) / 3 * 3;
+    text.append(chunk, EncodeGroups(data + i, size, chunk, avx2));
+    i += size;
+  }
+  const std::size_t left = length - i;
+  if (left > 0) {
+    std::uint32_t bits = std::uint32_t{data[i]} << 16;
+    if (left == 2)
+      bits |= std::uint32_t{data[i + 1]} << 8;
+    char* const end = EncodeGroup(bits, chunk);
+    end[-1] = '=';
+    if (left == 1)
+      end[-2] = '=';
+    text.append(chunk, 4);
+  }
+  return text;
+}
+
+std::string base64_decode(std::string const& text) {
+  auto const* in = reinterpret_cast<unsigned char const*>(text.data());
+  const std::size_t size = text.size();
+  std::string bytes;
+  bytes.reserve(size / 4 * 3 + 2);
+  const bool avx2 = UseAvx2();
+  char chunk[kChunkBytes + kDecodeSlack];
+  std::size_t i = 0;
+  for (;;) {
+    const std::size_t whole = std::min(size - i, kChunkChars) / 4 * 4;
+    char* out = chunk;
+    const std::size_t done = DecodeGroups(in + i, whole, out, avx2);
+    bytes.append(chunk, out);
+    i += done;
+    if (done < whole || whole == 0)
+      break;
+  }
+  bytes.append(chunk, DecodeTail(in + i, size - i, chunk));
   return bytes;
 }

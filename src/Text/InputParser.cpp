@@ -1,8 +1,9 @@
 #include <zrn/Text/InputParser.h>
 
+#include "Property/NumberFormat.h"
+
 #include <array>
 #include <cmath>
-#include <cwchar>
 #include <memory>
 #include <string_view>
 
@@ -21,16 +22,17 @@ wchar_t ToHalfWidth(wchar_t c) {
 }
 
 // Reads one field: empty is 0; otherwise a number with nothing after it,
-// within range.
+// within range. The number is read as the C locale would, whatever the
+// process's locale: a comma could never be its point anyway, since commas
+// separate the fields.
 bool ReadField(std::wstring_view field, double& value) {
   if (field.empty()) {
     value = 0.0;
     return true;
   }
-  const std::wstring text(field); // wcstod needs the terminator
-  wchar_t* end = nullptr;
-  value = std::wcstod(text.c_str(), &end);
-  if (end == text.c_str() || end != text.c_str() + text.size())
+  std::size_t length = 0;
+  value = detail::ReadDouble(field, length);
+  if (length == 0 || length != field.size())
     return false;
   return std::fabs(value) <= kLargestCoordinate; // also refuses NaN
 }

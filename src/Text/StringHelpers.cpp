@@ -1,5 +1,7 @@
 #include <zrn/Text/StringHelpers.h>
 
+#include "Platform/NumericLocale.h"
+
 #include <algorithm>
 #include <array>
 #include <cctype>
@@ -52,6 +54,7 @@ bool MatchWildcards(std::string_view text, std::string_view pattern) {
 } // namespace
 
 std::string FFormatString(char const* format, va_list args) {
+  const platform::ClassicNumbers numbers;
   char buffer[kFormatBufferSize];
   va_list attempt;
   va_copy(attempt, args);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "Text/CommaLocale.h"
+
 #include <limits>
 
 namespace zrn {
@@ -84,6 +86,15 @@ TEST(CVariantConvert, FailuresGiveZeroValues) {
     EXPECT_EQ(v->toColor(&ok), CColor(0, 0, 0, 255));
     EXPECT_FALSE(ok);
   }
+}
+
+TEST(CVariantConvert, NumberTextIgnoresTheProcessLocale) {
+  ZRN_WITH_COMMA_LOCALE(locale);
+  EXPECT_EQ(CVariant(1.5).toString(), "1.5");
+  EXPECT_EQ(CVariant(-2.5e10).toWString(), L"-2.5e+010");
+  EXPECT_EQ(CVariant(std::string("2.75")).toDouble(), 2.75);
+  EXPECT_EQ(CVariant(std::wstring(L" -0.5x")).toFloat(), -0.5f);
+  EXPECT_EQ(CVariant(std::string("2,75")).toDouble(), 2.0);
 }
 
 } // namespace

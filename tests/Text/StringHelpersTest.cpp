@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include "Text/CommaLocale.h"
+
 #include <array>
 #include <cmath>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -136,6 +139,23 @@ TEST(CInputParser, ReadsCoordinateTriples) {
   EXPECT_EQ(x, 9); // outputs stay untouched on failure
 }
 
+TEST(CInputParser, ReadsFractionsUnderACommaDecimalLocale) {
+  ZRN_WITH_COMMA_LOCALE(locale);
+  using Xyz = std::array<double, 3>;
+  const Xyz untouched = {9, 9, 9};
+  EXPECT_EQ(ParsedOr(L"1.5, -2.25,.125", untouched), (Xyz{1.5, -2.25, 0.125}));
+  EXPECT_EQ(ParsedOr(L"1,5", untouched), (Xyz{1, 5, 0}));         // a comma only ever separates
+  EXPECT_EQ(ParsedOr(L"0x10,0,0", untouched), (Xyz{-7, -7, -7})); // decimal numbers only
+}
+
+TEST(StringHelpers, FormatsNumbersAlikeUnderACommaDecimalLocale) {
+  ZRN_WITH_COMMA_LOCALE(locale);
+  EXPECT_EQ(FFormatString("%.2f %g %.1e", 1.5, 0.25, 12345.0), "1.50 0.25 1.2e+04");
+  // Other conversions still follow the locale: its charset encodes %ls.
+  EXPECT_EQ(FFormatString("%ls", L"\u00E9"), "\xC3\xA9");
+  EXPECT_EQ(FFormatString("%s", std::string(3000, '7').c_str()), std::string(3000, '7'));
+}
+
 std::string Encode(std::string const& bytes) {
   return base64_encode(reinterpret_cast<unsigned char const*>(bytes.data()),
                        static_cast<unsigned int>(bytes.size()));
@@ -166,6 +186,53 @@ TEST(Base64, DecodingStopsAtPaddingOrForeignCharacters) {
   EXPECT_EQ(base64_decode("Zm-_"), "f");    // the URL-safe alphabet is foreign here
   EXPECT_EQ(base64_decode(std::string("Zm\0v", 4)), "f");
   EXPECT_EQ(base64_decode("\xC3\xA9Zm9v"), "");
+}
+
+std::string RandomBytes(std::mt19937& random, std::size_t size) {
+  std::string bytes(size, '\0');
+  for (char& c : bytes)
+    c = static_cast<char>(random());
+  return bytes;
+}
+
+// Lengths around the vector paths' blocks (24 bytes, 32 characters) and the
+// chunks results are built in (3,072 bytes, 4,096 characters).
+std::vector<std::size_t> LengthsAroundBlocks() {
+  std::vector<std::size_t> lengths;
+  for (std::size_t n = 0; n <= 100; ++n)
+    lengths.push_back(n);
+  for (std::size_t n = 3060; n <= 3090; ++n)
+    lengths.push_back(n);
+  lengths.push_back(100000);
+  return lengths;
+}
+
+TEST(Base64Blocks, EveryLengthEncodesGroupByGroupAndRoundTrips) {
+  std::mt19937 random(7);
+  for (std::size_t length : LengthsAroundBlocks()) {
+    const std::string bytes = RandomBytes(random, length);
+    const std::string text = Encode(bytes);
+    // Groups of three bytes alone are too short for any block path.
+    std::string groupwise;
+    for (std::size_t i = 0; i < length; i += 3)
+      groupwise += Encode(bytes.substr(i, 3));
+    ASSERT_EQ(text, groupwise) << length;
+    ASSERT_EQ(base64_decode(text), bytes) << length;
+  }
+}
+
+TEST(Base64Blocks, DecodingStopsAtTheFirstForeignCharacterWherever) {
+  std::mt19937 random(8);
+  const std::string bytes = RandomBytes(random, 150);
+  const std::string text = Encode(bytes);
+  for (std::size_t at = 0; at < text.size(); ++at)
+    for (char foreign : {'\n', '=', '-', '\x80', '\0'}) {
+      std::string broken = text;
+      broken[at] = foreign;
+      const std::string expected =
+          at % 4 == 0 ? bytes.substr(0, at / 4 * 3) : base64_decode(text.substr(0, at));
+      ASSERT_EQ(base64_decode(broken), expected) << at << " " << int(foreign);
+    }
 }
 
 } // namespace

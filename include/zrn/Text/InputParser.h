@@ -16,9 +16,10 @@ public:
   /// and leaves the outputs untouched on failure.
   ///
   /// Full-width characters count as their ASCII forms (ConvertToDBC). The text
-  /// is split at commas; each of the first three fields is read by wcstod,
-  /// leading white space allowed, and must hold a number and nothing after it
-  /// (not even a blank). An empty field, or a missing one, reads as 0; fields
+  /// is split at commas; each of the first three fields must hold a decimal
+  /// number ("-1.5", "2e3", ".5") and nothing after it (not even a blank),
+  /// leading ASCII white space allowed. The point is a full stop under any
+  /// process locale. An empty field, or a missing one, reads as 0; fields
   /// after the third are ignored. Fails for an empty text, a null output, or
   /// a value whose magnitude exceeds 1e100 or that is not a number (NaN).
   static int explainXYZ(std::wstring const& text, double* x, double* y, double* z);

@@ -19,8 +19,10 @@
 
 namespace zrn {
 
-/// The text that printf would print for `format` and `args`, of any length.
-/// Empty when the arguments cannot be formatted (a wide string argument that
+/// The text that printf would print for `format` and `args`, of any length,
+/// with numbers as in the C locale whatever the process's locale (a full stop
+/// for the point, no digit grouping); other conversions, such as the charset
+/// of `%ls`, follow the locale in force. Empty when the arguments cannot be formatted (a wide string argument that
 /// the locale in force cannot represent, for instance).
 ZRN_API std::string FFormatString(char const* format, va_list args) ZRN_PRINTF_FORMAT(1, 0);
 

@@ -1,4 +1,4 @@
-#include "Text/Iconv.h"
+#include "Platform/Iconv.h"
 
 #include <algorithm>
 #include <array>
@@ -7,7 +7,7 @@
 #include <locale.h>
 #include <memory>
 
-namespace zrn::detail {
+namespace zrn::platform {
 
 namespace {
 
@@ -306,4 +306,4 @@ std::string EncodeWide(std::wstring_view text, std::string_view locale, std::siz
   return result;
 }
 
-} // namespace zrn::detail
+} // namespace zrn::platform

@@ -1,12 +1,13 @@
-// Narrow text in a locale's charset to wide text and back, through iconv.
-#ifndef ZRN_SRC_TEXT_ICONV_H
-#define ZRN_SRC_TEXT_ICONV_H
+// Narrow text in a locale's charset to wide text and back, through iconv:
+// the platform layer's part of the text conversions.
+#ifndef ZRN_SRC_PLATFORM_ICONV_H
+#define ZRN_SRC_PLATFORM_ICONV_H
 
 #include <cstddef>
 #include <string>
 #include <string_view>
 
-namespace zrn::detail {
+namespace zrn::platform {
 
 /// `text`, taken up to its first NUL, decoded from the charset of `locale`.
 ///
@@ -30,6 +31,6 @@ std::wstring DecodeNarrow(std::string_view text, std::string_view locale);
 /// before it, whole characters only.
 std::string EncodeWide(std::wstring_view text, std::string_view locale, std::size_t limit);
 
-} // namespace zrn::detail
+} // namespace zrn::platform
 
 #endif
