@@ -59,8 +59,9 @@ void RingOfBlocks(benchmark::State& state, Alloc alloc, Free release) {
 }
 
 void BM_MappedMalloc(benchmark::State& state) {
-  RingOfBlocks(state, [](std::size_t size) { return zrn::mapped_malloc(size); },
-               [](void* p) { zrn::mapped_free(p); });
+  RingOfBlocks(
+      state, [](std::size_t size) { return zrn::mapped_malloc(size); },
+      [](void* p) { zrn::mapped_free(p); });
 }
 BENCHMARK(BM_MappedMalloc);
 
@@ -68,15 +69,16 @@ void BM_BareManagedMappedFile(benchmark::State& state) {
   static constexpr char kName[] = "zrn_bench_bare_mapped_file";
   bip::file_mapping::remove(kName);
   bip::managed_mapped_file file(bip::create_only, kName, 16777232 + 1024);
-  RingOfBlocks(state, [&](std::size_t size) { return file.allocate(size); },
-               [&](void* p) { file.deallocate(p); });
+  RingOfBlocks(
+      state, [&](std::size_t size) { return file.allocate(size); },
+      [&](void* p) { file.deallocate(p); });
   bip::file_mapping::remove(kName);
 }
 BENCHMARK(BM_BareManagedMappedFile);
 
 void BM_GlibcMalloc(benchmark::State& state) {
-  RingOfBlocks(state, [](std::size_t size) { return std::malloc(size); },
-               [](void* p) { std::free(p); });
+  RingOfBlocks(
+      state, [](std::size_t size) { return std::malloc(size); }, [](void* p) { std::free(p); });
 }
 BENCHMARK(BM_GlibcMalloc);
 

@@ -174,8 +174,7 @@ int main(int argc, char** argv) {
   TimePhase(L"model archive", [&] { StoreAndLoadModel(log, widePath + L".model"); });
   TimePhase(L"conversions", ConvertValuesAndText);
   TimePhase(L"regeneration", RegenerateParametricModel);
-  TimePhase(L"project properties",
-            [&] { ArchiveProjectProperties(widePath + L".properties"); });
+  TimePhase(L"project properties", [&] { ArchiveProjectProperties(widePath + L".properties"); });
   log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
   zrn::GCoreSystem::DumpSimpleProcessMemory(std::wcout);
 

@@ -22,8 +22,7 @@ void ReleaseAddressSpace(void* start, std::size_t size) {
     ::munmap(start, size);
 }
 
-bool MapFileRangeAt(void* at, std::string const& path, std::uint64_t offset,
-                    std::size_t length) {
+bool MapFileRangeAt(void* at, std::string const& path, std::uint64_t offset, std::size_t length) {
   const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0)
     return false;
@@ -37,8 +36,8 @@ bool ReserveFileSpace(std::string const& path, std::uint64_t offset, std::uint64
   const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0)
     return false;
-  int result = ::fallocate(fd, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset),
-                           static_cast<off_t>(length));
+  int result =
+      ::fallocate(fd, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset), static_cast<off_t>(length));
   const int error = result == 0 ? 0 : errno;
   ::close(fd);
   if (error == EOPNOTSUPP || error == ENOSYS) {
@@ -50,7 +49,7 @@ bool ReserveFileSpace(std::string const& path, std::uint64_t offset, std::uint64
 }
 
 std::uint64_t FreeDiskBytes(std::string const& folder) {
-  struct statvfs info{};
+  struct statvfs info {};
   if (::statvfs(folder.c_str(), &info) != 0)
     return 0;
   return static_cast<std::uint64_t>(info.f_bavail) * info.f_frsize;

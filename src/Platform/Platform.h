@@ -126,8 +126,7 @@ void* ReserveAddressSpace(std::size_t size);
 void ReleaseAddressSpace(void* start, std::size_t size);
 /// Maps `length` bytes of the file at `path` from `offset`, shared and
 /// writable, exactly at `at` (which must lie in the caller's reservation).
-bool MapFileRangeAt(void* at, std::string const& path, std::uint64_t offset,
-                    std::size_t length);
+bool MapFileRangeAt(void* at, std::string const& path, std::uint64_t offset, std::size_t length);
 /// Makes sure that the disk holds `length` bytes for the file at `path` from
 /// `offset` without changing its size; false when the disk cannot.
 bool ReserveFileSpace(std::string const& path, std::uint64_t offset, std::uint64_t length);

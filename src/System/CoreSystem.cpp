@@ -160,7 +160,8 @@ bool GCoreSystem::CopyFileTo(std::wstring const& from, std::wstring const& to, b
 std::wstring GCoreSystem::GetFileName(std::wstring const& path) {
   const std::string system = detail::ToSystemPath(path);
   const std::string name = fs::path(system).filename().string();
-  if (system.size() >= name.size() && system.compare(system.size() - name.size(), name.size(), name) == 0)
+  if (system.size() >= name.size() &&
+      system.compare(system.size() - name.size(), name.size(), name) == 0)
     return path.substr(path.size() - WideUnits(name));
   return detail::FromSystemPath(name);
 }

@@ -1,5 +1,5 @@
-#include <zrn/System/Stopwatch.h>
 #include <zrn/System/Random.h>
+#include <zrn/System/Stopwatch.h>
 
 #include "Platform/Platform.h"
 

@@ -21,6 +21,16 @@ TimerTable& Table() {
   return *table;
 }
 
+// Drops the entry of a timer whose platform timer is already gone (its
+// thread ended), if the entry is still this timer's.
+void ForgetEntry(std::uintptr_t id, CTimer const* timer) {
+  TimerTable& table = Table();
+  std::lock_guard<std::recursive_mutex> lock(table.mutex);
+  const auto found = table.timers.find(id);
+  if (found != table.timers.end() && found->second == timer)
+    table.timers.erase(found);
+}
+
 } // namespace
 
 std::size_t PumpThreadTimers(unsigned long maxWaitMs) {
@@ -43,26 +53,16 @@ CTimer& CTimer::operator=(CTimer const& other) {
 
 CTimer::~CTimer() {
   Stop();
-  if (m_nTimerID == 0)
-    return;
-  // The platform timer is gone with its thread; drop the entry all the same.
-  TimerTable& table = Table();
-  std::lock_guard<std::recursive_mutex> lock(table.mutex);
-  const auto found = table.timers.find(m_nTimerID);
-  if (found != table.timers.end() && found->second == this)
-    table.timers.erase(found);
+  if (m_nTimerID != 0)
+    ForgetEntry(m_nTimerID, this);
 }
 
 void CTimer::Start() {
   Stop();
+  if (m_nTimerID != 0)
+    ForgetEntry(m_nTimerID, this);
   TimerTable& table = Table();
   std::lock_guard<std::recursive_mutex> lock(table.mutex);
-  if (m_nTimerID != 0) {
-    // Stop failed: its platform timer is gone; forget its entry.
-    const auto found = table.timers.find(m_nTimerID);
-    if (found != table.timers.end() && found->second == this)
-      table.timers.erase(found);
-  }
   const unsigned interval = m_nElapse > 0 ? static_cast<unsigned>(m_nElapse) : 0;
   m_nTimerID = platform::SetThreadTimer(interval, &CTimer::TimerProc);
   if (m_nTimerID != 0)

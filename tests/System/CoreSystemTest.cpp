@@ -40,8 +40,7 @@ TEST(GCoreSystem, BacktrackClimbsToTheFolderOrFallsBack) {
   EXPECT_EQ(GCoreSystem::BacktrackFolderOnExePath(name), exeFolder + L"../" + name + L"/");
   EXPECT_EQ(GCoreSystem::GetResourcePath(name), exeFolder + L"../" + name + L"/");
   fs::remove(sibling);
-  EXPECT_EQ(GCoreSystem::BacktrackFolderOnExePath(L"no-such-folder-zrn"),
-            L"./no-such-folder-zrn/");
+  EXPECT_EQ(GCoreSystem::BacktrackFolderOnExePath(L"no-such-folder-zrn"), L"./no-such-folder-zrn/");
   EXPECT_EQ(GCoreSystem::BacktrackFolderOnCommonDLLPath(L"no-such-folder-zrn"),
             L"./no-such-folder-zrn/");
 }
@@ -58,8 +57,8 @@ TEST(GCoreSystem, CombinePathKeepsExactlyOneSeparator) {
 }
 
 TEST(GCoreSystem, AbsolutePathsAreDrivesNetworkPathsAndFileUrls) {
-  for (wchar_t const* path : {L"C:/x", L"C:\\x", L"\\\\server\\share", L"file:///C:/x",
-                              L"file:///C:\\x"})
+  for (wchar_t const* path :
+       {L"C:/x", L"C:\\x", L"\\\\server\\share", L"file:///C:/x", L"file:///C:\\x"})
     EXPECT_TRUE(GCoreSystem::IsAbsolutePath(path)) << path;
   for (wchar_t const* path : {L"C:", L"/x", L"x:y", L"\\\\", L"file:///C:", L"file://C:/x", L""})
     EXPECT_FALSE(GCoreSystem::IsAbsolutePath(path)) << path;
@@ -169,8 +168,7 @@ TEST(CSystemHelper, TryAllocMemAllocatesOnlyWhatCanBeBacked) {
 }
 
 TEST(GCoreSystem, LocalTimeAndProcesses) {
-  EXPECT_TRUE(std::regex_match(GCoreSystem::GetLocalTimeWString(),
-                               std::wregex(L"\\d{8}T\\d{6}")));
+  EXPECT_TRUE(std::regex_match(GCoreSystem::GetLocalTimeWString(), std::wregex(L"\\d{8}T\\d{6}")));
   EXPECT_EQ(GCoreSystem::GetParentProcessID(), static_cast<int>(::getppid()));
   EXPECT_EQ(GCoreSystem::GetProcessPath(static_cast<int>(::getpid())),
             fs::canonical("/proc/self/exe").string().substr(0, 259));

@@ -24,9 +24,7 @@ protected:
   test::TempFolder m_folder{test::TempFolder::EnterIt};
 };
 
-void Fill(void* block, std::size_t size, unsigned char seed) {
-  std::memset(block, seed, size);
-}
+void Fill(void* block, std::size_t size, unsigned char seed) { std::memset(block, seed, size); }
 
 bool Holds(void const* block, std::size_t size, unsigned char seed) {
   auto const* bytes = static_cast<unsigned char const*>(block);

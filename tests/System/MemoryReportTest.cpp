@@ -37,8 +37,8 @@ private:
   sProcessMemorySource m_previous;
 };
 
-sProcessMemoryCounters FakeMemory::s_counters = {7,      2048,  1536,  123456789, 0,
-                                                 512000, 1024,  1023,  4096};
+sProcessMemoryCounters FakeMemory::s_counters = {7,      2048, 1536, 123456789, 0,
+                                                 512000, 1024, 1023, 4096};
 
 std::vector<std::wstring> Lines(std::wstring const& text) {
   std::vector<std::wstring> lines;
@@ -55,8 +55,8 @@ std::wstring Row(std::wstring const& label, std::wstring const& value) {
 
 const std::wstring kTitle =
     std::wstring(36, L'-') + L"Dumping Process Memory (KB)" + std::wstring(37, L'-');
-const std::wstring kHeading = std::wstring(20, L' ') + L"Item Name" + std::wstring(21, L' ') +
-                              L"|     Size In KB     |";
+const std::wstring kHeading =
+    std::wstring(20, L' ') + L"Item Name" + std::wstring(21, L' ') + L"|     Size In KB     |";
 
 TEST(ProcessMemory, FullTableGeometryAndValues) {
   FakeMemory fake(true, 0);

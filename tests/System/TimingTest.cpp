@@ -95,7 +95,7 @@ TEST(CTimer, FiresOnlyWhenItsThreadPumps) {
   CTimer timer(10, &Count, &ticks);
   timer.Start();
   std::this_thread::sleep_for(std::chrono::milliseconds(30));
-  EXPECT_EQ(ticks.count, 0); // not pumped yet
+  EXPECT_EQ(ticks.count, 0);                        // not pumped yet
   std::thread([] { PumpThreadTimers(30); }).join(); // another thread's pump
   EXPECT_EQ(ticks.count, 0);
   EXPECT_EQ(PumpThreadTimers(0), 1u); // overdue: fires once, not once per interval
