@@ -1,7 +1,8 @@
 // A small host of the zrn library. It configures the logger and writes at
 // several levels to a log file and to standard output, reports errors through
 // the per-thread error code, stores a small model in an archive file and
-// reads it back, and converts values and text.
+// reads it back, and converts values and text. Each phase is timed, and a
+// short table of the process's memory ends the run.
 //
 // Usage: sample_host [log-file]   (default: sample_host.log; the model is
 // stored beside it with the extension .model)
@@ -150,6 +151,15 @@ void ConvertValuesAndText() {
   std::wcout << L"base64 of 'zrn': " << std::wstring(encoded.begin(), encoded.end()) << L'\n';
 }
 
+// Runs one phase of the sample and prints how long it took.
+template <class Phase> void TimePhase(wchar_t const* name, Phase phase) {
+  zrn::CStopwatch watch;
+  watch.Start();
+  phase();
+  watch.Stop();
+  std::wcout << L"[" << name << L": " << watch.GetElapsedMilliseconds() << L" ms]\n";
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -159,13 +169,14 @@ int main(int argc, char** argv) {
   const std::wstring widePath(path.begin(), path.end());
   auto& log = zrn::CSingleton<zrn::CLogManager>::GetInstance();
   ConfigureLog(log, widePath);
-  LogAtEveryLevel(log);
-  ReportAnError();
-  StoreAndLoadModel(log, widePath + L".model");
-  ConvertValuesAndText();
-  RegenerateParametricModel();
-  ArchiveProjectProperties(widePath + L".properties");
+  TimePhase(L"logging", [&] { LogAtEveryLevel(log); });
+  TimePhase(L"error reporting", ReportAnError);
+  TimePhase(L"model archive", [&] { StoreAndLoadModel(log, widePath + L".model"); });
+  TimePhase(L"conversions", ConvertValuesAndText);
+  TimePhase(L"regeneration", RegenerateParametricModel);
+  TimePhase(L"project properties", [&] { ArchiveProjectProperties(widePath + L".properties"); });
   log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
+  zrn::GCoreSystem::DumpSimpleProcessMemory(std::wcout);
 
   log.RemoveOuputStream(&std::wcout);
   log.SetOutputFilePath(L"");

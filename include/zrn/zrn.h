@@ -48,9 +48,14 @@
 #include <zrn/Profile/GLog/Singleton.h>
 #include <zrn/Profile/ValistStream.h>
 
+#include <zrn/System/CoreSystem.h>
 #include <zrn/System/Debugger.h>
+#include <zrn/System/MappedMalloc.h>
 #include <zrn/System/MessageBox.h>
 #include <zrn/System/Mutex.h>
+#include <zrn/System/Random.h>
+#include <zrn/System/Stopwatch.h>
+#include <zrn/System/Timer.h>
 
 #include <zrn/Text/Base64.h>
 #include <zrn/Text/InputParser.h>

@@ -6,7 +6,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
+
+#include <zrn/System/CoreSystem.h>
 
 namespace zrn::platform {
 
@@ -58,6 +61,82 @@ void WriteStandardError(std::string_view text);
 /// standard error: for failures of the library's own outputs, which must be
 /// seen whether or not a debugger is attached. Standard error gets it once.
 void ReportToDebuggerAndStandardError(std::string_view text);
+
+// --- Clock ------------------------------------------------------------------
+
+/// Ticks per second of ReadPerformanceCounter (the counter is in nanoseconds).
+constexpr std::int64_t kPerformanceFrequency = 1000000000;
+
+/// The monotonic counter, in nanoseconds; false when it cannot be read.
+bool ReadPerformanceCounter(std::int64_t& counter);
+/// The counter's frequency; false when it cannot be read.
+bool ReadPerformanceFrequency(std::int64_t& frequency);
+
+// --- Files and processes ----------------------------------------------------
+// Paths are UTF-8.
+
+/// The executable's path (/proc/self/exe); empty on failure.
+std::string ExecutablePath();
+/// The path of the module file that contains `address`; empty on failure.
+std::string ModulePathOf(void const* address);
+/// Whether `path` exists (any kind of file).
+bool PathExists(std::string const& path);
+/// Creates one folder level; false on failure.
+bool MakeOneDirectory(std::string const& path);
+/// The parent of the current process from /proc; -1 when it cannot be read.
+int ParentProcessId();
+/// The executable of process `pid`, at most `capacity - 1` bytes of it (as a
+/// buffer of `capacity` bytes with its terminator would hold); empty on
+/// failure.
+std::string ProcessExecutablePath(int pid, std::size_t capacity);
+/// Bytes the system can still back with memory for this process: available
+/// memory and free swap, bounded by the process's memory cgroup limit.
+std::uint64_t AvailableMemoryBytes();
+
+// --- Process memory ---------------------------------------------------------
+
+/// Fills the nine counters from /proc/self/status and /proc/self/stat.
+bool ReadProcessMemoryCounters(sProcessMemoryCounters& counters);
+/// Bytes of heap in use by the C allocator (mallinfo2).
+bool ReadHeapInUse(std::uint64_t& bytes);
+
+// --- Thread timers ----------------------------------------------------------
+
+/// The procedure a thread timer calls: window (always null), message number,
+/// timer identifier, message time in milliseconds of the monotonic clock.
+using TimerProcedure = void (*)(void* window, unsigned message, std::uintptr_t id,
+                                unsigned long time);
+
+/// The message number passed to timer procedures.
+constexpr unsigned kTimerMessage = 0x0113;
+/// Shortest interval; shorter ones are raised to it.
+constexpr unsigned kMinimumTimerInterval = 10;
+
+/// Starts a timer of the calling thread that calls `procedure` every
+/// `intervalMs` when the thread pumps; returns its identifier, never 0.
+std::uintptr_t SetThreadTimer(unsigned intervalMs, TimerProcedure procedure);
+/// Stops a timer from any thread; false when no such timer is running.
+bool KillThreadTimer(std::uintptr_t id);
+/// Waits until one of the calling thread's timers is due or `maxWaitMs` has
+/// passed, then calls every due timer once; returns how many were called.
+std::size_t PumpThreadTimers(unsigned long maxWaitMs);
+
+// --- Address space and mapped files ------------------------------------------
+
+/// The system's page size.
+std::size_t PageSize();
+/// Reserves `size` bytes of address space with no access; null on failure.
+void* ReserveAddressSpace(std::size_t size);
+/// Returns reserved or mapped address space.
+void ReleaseAddressSpace(void* start, std::size_t size);
+/// Maps `length` bytes of the file at `path` from `offset`, shared and
+/// writable, exactly at `at` (which must lie in the caller's reservation).
+bool MapFileRangeAt(void* at, std::string const& path, std::uint64_t offset, std::size_t length);
+/// Makes sure that the disk holds `length` bytes for the file at `path` from
+/// `offset` without changing its size; false when the disk cannot.
+bool ReserveFileSpace(std::string const& path, std::uint64_t offset, std::uint64_t length);
+/// Free bytes on the file system that holds `folder`; 0 when unknown.
+std::uint64_t FreeDiskBytes(std::string const& folder);
 
 } // namespace zrn::platform
 

@@ -23,4 +23,8 @@ std::string DateTimeText(std::time_t when) {
   return boost::posix_time::to_simple_string(LocalTime(when));
 }
 
+std::string IsoBasicText(std::time_t when) {
+  return boost::posix_time::to_iso_string(LocalTime(when));
+}
+
 } // namespace zrn::detail

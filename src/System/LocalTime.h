@@ -15,6 +15,10 @@ std::string TimeOfDayText(std::time_t when);
 /// three-letter abbreviation). Throws as TimeOfDayText.
 std::string DateTimeText(std::time_t when);
 
+/// "yyyymmddThhmmss" of `when` in local time (the ISO basic form). Throws as
+/// TimeOfDayText.
+std::string IsoBasicText(std::time_t when);
+
 } // namespace zrn::detail
 
 #endif
