@@ -47,6 +47,67 @@ bool StatEntry(zip_t* archive, zip_source_t* source, const char* name, unsigned 
   return zip_source_stat(source, &whole) == 0 && Plausible(stat, whole.size + added);
 }
 
+// A source that forwards every command to the buffer source `inner` but does
+// not offer to clone it. libzip 1.7's buffer source, when it clones a buffer
+// it does not own (the caller's bytes) while writing, later frees those bytes
+// as if they were its own; writing the whole archive afresh avoids that.
+zip_int64_t ForwardWithoutCloning(void* inner, void* data, zip_uint64_t length,
+                                  zip_source_cmd_t command) {
+  auto* source = static_cast<zip_source_t*>(inner);
+  auto* seek = static_cast<zip_source_args_seek_t*>(data);
+  switch (command) {
+  case ZIP_SOURCE_OPEN:
+    return zip_source_open(source);
+  case ZIP_SOURCE_READ:
+    return zip_source_read(source, data, length);
+  case ZIP_SOURCE_CLOSE:
+    return zip_source_close(source);
+  case ZIP_SOURCE_STAT:
+    return zip_source_stat(source, static_cast<zip_stat_t*>(data)) < 0
+               ? -1
+               : static_cast<zip_int64_t>(sizeof(zip_stat_t));
+  case ZIP_SOURCE_ERROR:
+    return zip_error_to_data(zip_source_error(source), data, length);
+  case ZIP_SOURCE_FREE:
+    zip_source_free(source);
+    return 0;
+  case ZIP_SOURCE_SEEK:
+    return zip_source_seek(source, seek->offset, seek->whence);
+  case ZIP_SOURCE_TELL:
+    return zip_source_tell(source);
+  case ZIP_SOURCE_BEGIN_WRITE:
+    return zip_source_begin_write(source);
+  case ZIP_SOURCE_WRITE:
+    return zip_source_write(source, data, length);
+  case ZIP_SOURCE_COMMIT_WRITE:
+    return zip_source_commit_write(source);
+  case ZIP_SOURCE_ROLLBACK_WRITE:
+    zip_source_rollback_write(source);
+    return 0;
+  case ZIP_SOURCE_SEEK_WRITE:
+    return zip_source_seek_write(source, seek->offset, seek->whence);
+  case ZIP_SOURCE_TELL_WRITE:
+    return zip_source_tell_write(source);
+  case ZIP_SOURCE_REMOVE: // leaves the buffer empty; libzip marks this source deleted
+    return zip_source_begin_write(source) < 0 ? -1 : zip_source_commit_write(source);
+  case ZIP_SOURCE_SUPPORTS:
+    return ZIP_SOURCE_SUPPORTS_WRITABLE;
+  default:
+    return -1;
+  }
+}
+
+// A writable source over `size` bytes at `data`, which it never frees.
+zip_source_t* CreateSource(const char* data, unsigned long long size, zip_error_t* error) {
+  zip_source_t* buffer = zip_source_buffer_create(data, size, 0, error);
+  if (!buffer)
+    return nullptr;
+  zip_source_t* source = zip_source_function_create(ForwardWithoutCloning, buffer, error);
+  if (!source)
+    zip_source_free(buffer);
+  return source;
+}
+
 void ReportSourceFailure(char const* what, zip_source_t* source) {
   platform::WriteStandardError(std::string(what) + " on buffer failed: " +
                                zip_error_strerror(zip_source_error(source)) + "\n");
@@ -61,7 +122,7 @@ std::unique_ptr<char[]> NewBytes(unsigned long long size) {
 
 CMemZip::CMemZip(const char* data, unsigned long long size) : m_pError(new zip_error) {
   zip_error_init(m_pError.get());
-  m_pSource = zip_source_buffer_create(data, size, 0, m_pError.get());
+  m_pSource = CreateSource(data, size, m_pError.get());
   if (!m_pSource)
     return;
   m_pArchive = zip_open_from_source(m_pSource, 0, m_pError.get());

@@ -24,10 +24,10 @@ namespace zrn {
 ///
 /// The bytes given to the constructor are read in place, never copied,
 /// changed or freed: they must stay alive and unchanged as long as the object.
-/// The data of every Add is copied and kept until destruction. Changes live in
-/// the open archive until a flush, which closes it and leaves the finished
-/// archive in memory of the object's own; extracting or adding afterwards
-/// reopens it from there.
+/// The data of every Add is copied, and the copy kept until libzip has written
+/// it into the archive. Changes live in the open archive until a flush, which
+/// closes it and leaves the finished archive in memory of the object's own;
+/// extracting or adding afterwards reopens it from there.
 ///
 /// Entries are limited to kMaxEntrySize bytes. Extract refuses an entry whose
 /// claimed size is above that, or more than its compressed bytes can produce
@@ -70,7 +70,9 @@ public:
   bool AddFile(const char* name, const char* path);
   /// A new array (release it with delete[]) holding the uncompressed content
   /// of the entry `name` (exact, case-sensitive match), its length in `size`.
-  /// Null with `size` 0 for a missing, empty or refused entry.
+  /// Null with `size` 0 for a missing, empty or refused entry. libzip reads
+  /// committed entries only: reading one added since the last flush commits
+  /// the archive first, as a flush does.
   char* Extract(const char* name, unsigned long long& size);
   /// Closes the archive and returns the complete archive bytes in a block
   /// allocated with malloc (release it with free), its length in `size`.
