@@ -9,6 +9,7 @@ packages=(
   libboost-thread-dev libboost-date-time-dev libboost-filesystem-dev libboost-system-dev
   libzip-dev libtinyxml-dev
   libgtest-dev libgmock-dev locales
+  zip unzip python3
   "$@"
 )
 

@@ -1,11 +1,12 @@
 // A small host of the zrn library. It configures the logger and writes at
 // several levels to a log file and to standard output, reports errors through
 // the per-thread error code, stores a small model in an archive file and
-// reads it back, and converts values and text. Each phase is timed, and a
-// short table of the process's memory ends the run.
+// reads it back, converts values and text, and bundles its output files into
+// one zip archive. Each phase is timed, and a short table of the process's
+// memory ends the run.
 //
 // Usage: sample_host [log-file]   (default: sample_host.log; the model is
-// stored beside it with the extension .model)
+// stored beside it with the extension .model, the bundle with .zip)
 #include <zrn/zrn.h>
 
 #include "Demos.h"
@@ -181,5 +182,6 @@ int main(int argc, char** argv) {
   log.RemoveOuputStream(&std::wcout);
   log.SetOutputFilePath(L"");
   std::wcout << L"log file written to " << widePath << L'\n';
+  BundleOutputs(path + ".zip", {{"sample_host.log", path}, {"model.archive", path + ".model"}});
   return 0;
 }

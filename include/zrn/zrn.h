@@ -15,6 +15,7 @@
 #include <zrn/IO/FileIOStream.h>
 #include <zrn/IO/IODevice.h>
 #include <zrn/IO/MemStream.h>
+#include <zrn/IO/MemZip.h>
 #include <zrn/Object/RefPtr.h>
 
 #include <zrn/Notify/Selection.h>
