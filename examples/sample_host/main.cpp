@@ -1,7 +1,8 @@
 // A small host of the zrn library. It configures the logger and writes at
 // several levels to a log file and to standard output, reports errors through
 // the per-thread error code, stores a small model in an archive file and
-// reads it back, and converts values and text.
+// reads it back, and converts values and text. Each phase is profiled, and
+// the profiler's result table is printed at the end.
 //
 // Usage: sample_host [log-file]   (default: sample_host.log; the model is
 // stored beside it with the extension .model)
@@ -150,6 +151,11 @@ void ConvertValuesAndText() {
   std::wcout << L"base64 of 'zrn': " << std::wstring(encoded.begin(), encoded.end()) << L'\n';
 }
 
+template <class Phase> void Profiled(wchar_t const* name, Phase phase) {
+  zrn::CProfile section(name);
+  phase();
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
@@ -159,13 +165,17 @@ int main(int argc, char** argv) {
   const std::wstring widePath(path.begin(), path.end());
   auto& log = zrn::CSingleton<zrn::CLogManager>::GetInstance();
   ConfigureLog(log, widePath);
-  LogAtEveryLevel(log);
-  ReportAnError();
-  StoreAndLoadModel(log, widePath + L".model");
-  ConvertValuesAndText();
-  RegenerateParametricModel();
-  ArchiveProjectProperties(widePath + L".properties");
+  {
+    zrn::CProfile run(L"sample host"); // the phases below are its sections
+    Profiled(L"logging", [&] { LogAtEveryLevel(log); });
+    Profiled(L"error reporting", ReportAnError);
+    Profiled(L"model archive", [&] { StoreAndLoadModel(log, widePath + L".model"); });
+    Profiled(L"conversions", ConvertValuesAndText);
+    Profiled(L"regeneration", RegenerateParametricModel);
+    Profiled(L"project properties", [&] { ArchiveProjectProperties(widePath + L".properties"); });
+  }
   log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
+  zrn::CSingleton<zrn::CProfileManager>::GetInstance().DumpProfile(std::wcout);
 
   log.RemoveOuputStream(&std::wcout);
   log.SetOutputFilePath(L"");
