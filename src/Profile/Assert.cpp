@@ -41,7 +41,8 @@ Assert::~Assert() = default;
 Assert& Assert::print_context(char const* expression, char const* file, int line) {
   m_streamMessage << "Failed:" << expression << "\n"
                   << "File:\n"
-                  << file << "(" << line << ")" << "\n";
+                  << file << "(" << line << ")"
+                  << "\n";
   return *this;
 }
 

@@ -188,8 +188,8 @@ CProfiler::CProfiler(CProfiler const& other)
   std::vector<std::size_t> path;
   for (CProfileInstance const* node = other.current; node->parent; node = node->parent) {
     auto const& siblings = node->parent->children;
-    path.push_back(static_cast<std::size_t>(
-        std::find(siblings.begin(), siblings.end(), node) - siblings.begin()));
+    path.push_back(static_cast<std::size_t>(std::find(siblings.begin(), siblings.end(), node) -
+                                            siblings.begin()));
   }
   for (auto at = path.rbegin(); at != path.rend(); ++at)
     current = current->children[*at];
@@ -343,9 +343,9 @@ struct Column {
   std::size_t width;
 };
 
-constexpr Column kColumns[] = {{L"NAME", 40},  {L"AVG", 8},    {L"MIN", 6},   {L"MAX", 6},
-                               {L"TOTAL", 8},  {L"HIT", 6},    {L"AVG_RT", 8}, {L"PRNT%", 5},
-                               {L"ROOT%", 5},  {L"HIERARCHY", 20}};
+constexpr Column kColumns[] = {{L"NAME", 40}, {L"AVG", 8},       {L"MIN", 6},    {L"MAX", 6},
+                               {L"TOTAL", 8}, {L"HIT", 6},       {L"AVG_RT", 8}, {L"PRNT%", 5},
+                               {L"ROOT%", 5}, {L"HIERARCHY", 20}};
 
 std::wstring HeadingRow() {
   std::wstring row;

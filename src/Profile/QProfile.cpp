@@ -244,8 +244,8 @@ void QProfile::PrintReport(int indent) {
   const double self = static_cast<double>(totalTicks - childTicks) / total * 100.0;
   const double whole = static_cast<double>(totalTicks) / total * 100.0;
   const double perSecond = static_cast<double>(g_nFrequency);
-  std::string row = self != whole ? Format("|%6.2lf|%6.2lf", self, whole)
-                                  : Format("|%6.2lf|      ", self);
+  std::string row =
+      self != whole ? Format("|%6.2lf|%6.2lf", self, whole) : Format("|%6.2lf|      ", self);
   row += Format("|%8lld", hits);
   // A region that never completed a run shows 0 per call.
   row += Format("|%12.5lf", hits ? ElapsedInMS() / static_cast<double>(hits) : 0.0);
@@ -275,9 +275,9 @@ void QProfile::PrintMemorySummary() {
   double previous = 0.0;
   for (std::size_t i = 0; i < table.count; ++i) {
     Checkpoint const& entry = table.entries[i];
-    const std::string row = Format("|%6.2lf|%6.2lf| ", entry.mebibytes,
-                                   entry.mebibytes - previous) +
-                            Text(entry.label) + "\r\n";
+    const std::string row =
+        Format("|%6.2lf|%6.2lf| ", entry.mebibytes, entry.mebibytes - previous) +
+        Text(entry.label) + "\r\n";
     Out(row.c_str(), false, nullptr);
     previous = entry.mebibytes;
   }
@@ -342,8 +342,7 @@ int QPAddMemoryStatus(char const* label) {
     return 0;
   zrn::sProcessMemoryCounters counters;
   zrn::ReadProcessMemoryCounters(counters);
-  table.entries[table.count++] = {label,
-                                  static_cast<double>(counters.PagefileUsage) * kBytesToMiB};
+  table.entries[table.count++] = {label, static_cast<double>(counters.PagefileUsage) * kBytesToMiB};
   return 1;
 }
 

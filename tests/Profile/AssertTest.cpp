@@ -24,11 +24,11 @@ public:
     unsigned style;
   };
   MessageBoxCapture()
-      : m_previous(SetMessageBoxHandler([this](std::string_view caption, std::string_view text,
-                                               unsigned style) {
-          m_boxes.push_back({std::string(caption), std::string(text), style});
-          return int{MESSAGE_BOX_RESULT_OK};
-        })) {}
+      : m_previous(SetMessageBoxHandler(
+            [this](std::string_view caption, std::string_view text, unsigned style) {
+              m_boxes.push_back({std::string(caption), std::string(text), style});
+              return int{MESSAGE_BOX_RESULT_OK};
+            })) {}
   ~MessageBoxCapture() { SetMessageBoxHandler(std::move(m_previous)); }
   std::vector<Box> const& Boxes() const { return m_boxes; }
 
@@ -95,7 +95,8 @@ TEST(Assert, ErrorWritesACrashReportAndThrows) {
     FAIL() << "no exception";
   } catch (ExceptionWithMinidump const& e) {
     EXPECT_EQ(e.GetDumpFilePath(), path.string());
-    EXPECT_EQ(std::string(e.what()), "minidump file path:\n" + path.string() + "\n" + kContext + "M");
+    EXPECT_EQ(std::string(e.what()),
+              "minidump file path:\n" + path.string() + "\n" + kContext + "M");
     const ExceptionWithMinidump copy(e);
     EXPECT_STREQ(copy.what(), e.what());
   }
@@ -139,9 +140,8 @@ TEST(Assert, ConcurrentErrorsEachThrowWithThePath) {
 
 TEST(AssertDeathTest, FatalLevelsAbort) {
   auto fatal = [](auto finish) {
-    SetDebugOutputHandler([](std::string_view text) {
-      std::fwrite(text.data(), 1, text.size(), stderr);
-    });
+    SetDebugOutputHandler(
+        [](std::string_view text) { std::fwrite(text.data(), 1, text.size(), stderr); });
     Assert a;
     finish(WithContext(a));
   };

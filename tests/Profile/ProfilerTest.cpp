@@ -159,10 +159,12 @@ TEST(ProfilerTable, ExactRowsOfAKnownTree) {
   const auto lines = Lines(Table(profiler));
   ASSERT_EQ(lines.size(), 7u);
 
-  EXPECT_TRUE(std::regex_match(lines[0], std::wregex(L"-{54}Profile Result \\(\\d{8}T\\d{6}\\)-{54}")))
+  EXPECT_TRUE(
+      std::regex_match(lines[0], std::wregex(L"-{54}Profile Result \\(\\d{8}T\\d{6}\\)-{54}")))
       << lines[0];
-  EXPECT_EQ(lines[1], L"                  NAME                  |  AVG   | MIN  | MAX  | TOTAL  | HIT  "
-                      L"| AVG_RT |PRNT%|ROOT%|     HIERARCHY      ");
+  EXPECT_EQ(lines[1],
+            L"                  NAME                  |  AVG   | MIN  | MAX  | TOTAL  | HIT  "
+            L"| AVG_RT |PRNT%|ROOT%|     HIERARCHY      ");
   EXPECT_EQ(lines[1].size(), 121u);
   EXPECT_EQ(lines[2], std::wstring(140, L'-'));
   EXPECT_EQ(lines[3], std::wstring(39, L' ') + L"A|   10.00|    10|    10|      10|     1|   10.00|"

@@ -16,12 +16,12 @@
 
 namespace {
 
-#define CHILD_CHECK(condition)                                                                   \
-  do {                                                                                           \
-    if (!(condition)) {                                                                          \
-      std::fprintf(stderr, "line %d: %s\n", __LINE__, #condition);                              \
-      std::_Exit(1);                                                                             \
-    }                                                                                            \
+#define CHILD_CHECK(condition)                                                                     \
+  do {                                                                                             \
+    if (!(condition)) {                                                                            \
+      std::fprintf(stderr, "line %d: %s\n", __LINE__, #condition);                                 \
+      std::_Exit(1);                                                                               \
+    }                                                                                              \
   } while (0)
 
 template <class Body> void InChild(Body body) {
@@ -148,10 +148,18 @@ TEST_F(QProfileTest, SummaryRowsOnStandardOutputAndInTheFile) {
     CHILD_CHECK(Matches(lines[2], R"(Date: \d\d\.\d\d\.\d{4}, Time: \d\d:\d\d\.\d\d)"));
     CHILD_CHECK(lines[3] == rule && lines[5] == rule && lines[10] == rule);
     CHILD_CHECK(lines[4] == "|-Child|Total |  Hits  |Time/call |   MIN   |   MAX   | Function    ");
-    CHILD_CHECK(Matches(lines[6], R"(\|100\.00\|      \|       1\| +\d+\.\d{5}\|    0\.000\|    0\.000\|Total time-{40})"));
-    CHILD_CHECK(Matches(lines[7], R"(\| *\d+\.\d\d\| *\d+\.\d\d\|       1\| +\d+\.\d{5}\| +\d+\.\d{3}\| +\d+\.\d{3}\|outer-{45})"));
-    CHILD_CHECK(Matches(lines[8], R"(\| *\d+\.\d\d\|      \|       1\| +\d+\.\d{5}\| +\d+\.\d{3}\| +\d+\.\d{3}\|inner-{45}\|\d+\.\d% of outer)"));
-    CHILD_CHECK(Matches(lines[9], R"(\|  0\.00\|      \|       0\|     0\.00000\|    0\.000\|    0\.000\|never-{45})"));
+    CHILD_CHECK(Matches(
+        lines[6],
+        R"(\|100\.00\|      \|       1\| +\d+\.\d{5}\|    0\.000\|    0\.000\|Total time-{40})"));
+    CHILD_CHECK(Matches(
+        lines[7],
+        R"(\| *\d+\.\d\d\| *\d+\.\d\d\|       1\| +\d+\.\d{5}\| +\d+\.\d{3}\| +\d+\.\d{3}\|outer-{45})"));
+    CHILD_CHECK(Matches(
+        lines[8],
+        R"(\| *\d+\.\d\d\|      \|       1\| +\d+\.\d{5}\| +\d+\.\d{3}\| +\d+\.\d{3}\|inner-{45}\|\d+\.\d% of outer)"));
+    CHILD_CHECK(Matches(
+        lines[9],
+        R"(\|  0\.00\|      \|       0\|     0\.00000\|    0\.000\|    0\.000\|never-{45})"));
   });
   std::filesystem::remove(captured);
 }
