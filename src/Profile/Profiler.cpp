@@ -429,7 +429,8 @@ struct ThreadProfilerCache {
   std::uint64_t serial = 0;
   CProfiler* profiler = nullptr;
 };
-thread_local ThreadProfilerCache t_cache;
+// Initial-exec, as the call-tree profiler's starter chain.
+__attribute__((tls_model("initial-exec"))) thread_local ThreadProfilerCache t_cache;
 
 } // namespace
 
