@@ -7,6 +7,7 @@ set -euo pipefail
 packages=(
   g++ cmake make pkg-config
   libboost-thread-dev libboost-date-time-dev libboost-filesystem-dev libboost-system-dev
+  libboost-stacktrace-dev
   libzip-dev libtinyxml-dev
   libgtest-dev libgmock-dev locales
   zip unzip python3

@@ -2,8 +2,8 @@
 // several levels to a log file and to standard output, reports errors through
 // the per-thread error code, stores a small model in an archive file and
 // reads it back, converts values and text, and bundles its output files into
-// one zip archive. Each phase is timed, and a short table of the process's
-// memory ends the run.
+// one zip archive. Each phase is timed and profiled; the profiler's result
+// table and a short table of the process's memory end the run.
 //
 // Usage: sample_host [log-file]   (default: sample_host.log; the model is
 // stored beside it with the extension .model, the bundle with .zip)
@@ -152,11 +152,15 @@ void ConvertValuesAndText() {
   std::wcout << L"base64 of 'zrn': " << std::wstring(encoded.begin(), encoded.end()) << L'\n';
 }
 
-// Runs one phase of the sample and prints how long it took.
-template <class Phase> void TimePhase(wchar_t const* name, Phase phase) {
+// Runs one phase of the sample as a profiled section and prints how long it
+// took.
+template <class Phase> void RunPhase(wchar_t const* name, Phase phase) {
   zrn::CStopwatch watch;
   watch.Start();
-  phase();
+  {
+    zrn::CProfile section(name);
+    phase();
+  }
   watch.Stop();
   std::wcout << L"[" << name << L": " << watch.GetElapsedMilliseconds() << L" ms]\n";
 }
@@ -170,13 +174,17 @@ int main(int argc, char** argv) {
   const std::wstring widePath(path.begin(), path.end());
   auto& log = zrn::CSingleton<zrn::CLogManager>::GetInstance();
   ConfigureLog(log, widePath);
-  TimePhase(L"logging", [&] { LogAtEveryLevel(log); });
-  TimePhase(L"error reporting", ReportAnError);
-  TimePhase(L"model archive", [&] { StoreAndLoadModel(log, widePath + L".model"); });
-  TimePhase(L"conversions", ConvertValuesAndText);
-  TimePhase(L"regeneration", RegenerateParametricModel);
-  TimePhase(L"project properties", [&] { ArchiveProjectProperties(widePath + L".properties"); });
+  {
+    zrn::CProfile run(L"sample host"); // the phases below are its sections
+    RunPhase(L"logging", [&] { LogAtEveryLevel(log); });
+    RunPhase(L"error reporting", ReportAnError);
+    RunPhase(L"model archive", [&] { StoreAndLoadModel(log, widePath + L".model"); });
+    RunPhase(L"conversions", ConvertValuesAndText);
+    RunPhase(L"regeneration", RegenerateParametricModel);
+    RunPhase(L"project properties", [&] { ArchiveProjectProperties(widePath + L".properties"); });
+  }
   log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
+  zrn::CSingleton<zrn::CProfileManager>::GetInstance().DumpProfile(std::wcout);
   zrn::GCoreSystem::DumpSimpleProcessMemory(std::wcout);
 
   log.RemoveOuputStream(&std::wcout);

@@ -43,10 +43,13 @@
 #include <zrn/Regen/RegenObject.h>
 #include <zrn/Regen/RelationContext.h>
 
+#include <zrn/Profile/Assert.h>
 #include <zrn/Profile/ErrorCode.h>
 #include <zrn/Profile/ErrorException.h>
 #include <zrn/Profile/GLog/LogManager.h>
 #include <zrn/Profile/GLog/Singleton.h>
+#include <zrn/Profile/Profiler.h>
+#include <zrn/Profile/QProfile.h>
 #include <zrn/Profile/ValistStream.h>
 
 #include <zrn/System/CoreSystem.h>

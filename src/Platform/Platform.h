@@ -138,6 +138,26 @@ bool ReserveFileSpace(std::string const& path, std::uint64_t offset, std::uint64
 /// Free bytes on the file system that holds `folder`; 0 when unknown.
 std::uint64_t FreeDiskBytes(std::string const& folder);
 
+// --- Crash reports ----------------------------------------------------------
+
+/// Room for a crash report's path and its terminator.
+constexpr std::size_t kCrashReportPathCapacity = 4096 + 8;
+
+/// The crash report's path, beside the executable: the executable's path with
+/// the extension of its file name replaced by ".dmp", or ".dmp" appended to a
+/// name without one (never the executable itself). Written to `buffer` with a
+/// terminator; returns its length, 0 when the executable's path cannot be
+/// read or does not fit. Allocates nothing.
+std::size_t CrashReportPath(char* buffer, std::size_t capacity);
+
+/// Writes a crash report to `path`, replacing any file there: `report`, the
+/// calling thread's stack trace with symbol names where available, and the
+/// process's memory map. The parts that matter most are written without
+/// allocating; source locations, which need the heap, come last. One report
+/// is written at a time: a call while another thread writes one returns false
+/// at once, as does a path that cannot be created.
+bool WriteCrashReport(char const* path, std::string_view report);
+
 } // namespace zrn::platform
 
 #endif

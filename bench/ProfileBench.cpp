@@ -1,0 +1,81 @@
+// Cost of profiling a scope, warm (every node and profile exists already):
+// three nested CProfile scopes, next to three nested bare scopes and three
+// nested std::chrono::steady_clock pairs; and one QProfileStarter scope next
+// to one steady_clock pair. Divide the three-deep figures by three for one
+// scope.
+//
+// The call-tree profiler writes its summary when the program ends, to
+// standard output and to QProfile.txt beside the executable.
+#include <zrn/Profile/Profiler.h>
+#include <zrn/Profile/QProfile.h>
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+
+namespace {
+
+void BM_BareScope3(benchmark::State& state) {
+  int a = 0, b = 0, c = 0;
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(a);
+    {
+      benchmark::DoNotOptimize(b);
+      {
+        benchmark::DoNotOptimize(c);
+        benchmark::ClobberMemory();
+      }
+    }
+  }
+}
+BENCHMARK(BM_BareScope3);
+
+void BM_SteadyClockPair3(benchmark::State& state) {
+  using Clock = std::chrono::steady_clock;
+  for (auto _ : state) {
+    const auto a = Clock::now();
+    const auto b = Clock::now();
+    const auto c = Clock::now();
+    benchmark::DoNotOptimize(Clock::now() - c);
+    benchmark::DoNotOptimize(Clock::now() - b);
+    benchmark::DoNotOptimize(Clock::now() - a);
+  }
+}
+BENCHMARK(BM_SteadyClockPair3);
+
+void BM_CProfileScope3(benchmark::State& state) {
+  for (auto _ : state) {
+    zrn::CProfile outer(L"outer section");
+    {
+      zrn::CProfile middle(L"middle section");
+      {
+        zrn::CProfile inner(L"inner section");
+        benchmark::ClobberMemory();
+      }
+    }
+  }
+  zrn::CSingleton<zrn::CProfileManager>::GetInstance().ResetProfile();
+}
+BENCHMARK(BM_CProfileScope3);
+
+void BM_SteadyClockPair(benchmark::State& state) {
+  using Clock = std::chrono::steady_clock;
+  for (auto _ : state) {
+    const auto start = Clock::now();
+    benchmark::DoNotOptimize(Clock::now() - start);
+  }
+}
+BENCHMARK(BM_SteadyClockPair);
+
+void BM_QProfileStarter(benchmark::State& state) {
+  static QProfile region("benchmarked region", false, __FILE__, __LINE__);
+  for (auto _ : state) {
+    QProfileStarter run(&region);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_QProfileStarter);
+
+} // namespace
+
+BENCHMARK_MAIN();
