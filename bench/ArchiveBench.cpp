@@ -15,14 +15,15 @@
 //                a 32-bit length, wide strings copied as they lie in memory:
 //                a bound rather than a format
 //
-// The records are generated once, on first use, before any timed loop starts
-// (as are the encoded bytes that the read benchmarks decode). Each write
-// benchmark reuses one output buffer sized for its format beforehand, so no
-// run measures the buffer growing from nothing; cereal and Boost write to and
-// read from std::streams whose buffer is such a plain byte vector too. Each
-// read benchmark decodes bytes that the same format wrote before timing,
-// into one scratch record, and sums a checksum of what it read so that every
-// field is really decoded; a wrong sum is reported as an error.
+// The peers run first. The records are generated once, on first use, before
+// any timed loop starts (as are the encoded bytes that the read benchmarks
+// decode). Each write benchmark reuses one output buffer sized for its format
+// beforehand, so no run measures the buffer growing from nothing; cereal and
+// Boost write to and read from std::streams whose buffer is such a plain
+// byte vector too. Each read benchmark decodes bytes that the same format
+// wrote before timing, into one scratch record, and sums a checksum of what
+// it read so that every field is really decoded; a wrong sum is reported as
+// an error.
 #include <zrn/IO/DbArchiveImpl.h>
 #include <zrn/IO/MemStream.h>
 
@@ -482,7 +483,6 @@ void Configure(benchmark::internal::Benchmark* b) {
   b->Unit(benchmark::kMillisecond)->MinWarmUpTime(kWarmUpSeconds);
 }
 
-// The peers run first, so that zrn is not measured on the warmer machine.
 BENCHMARK(BM_StreamWrite<CerealFormat>)->Name("BM_CerealWrite")->Apply(Configure);
 BENCHMARK(BM_StreamRead<CerealFormat>)->Name("BM_CerealRead")->Apply(Configure);
 BENCHMARK(BM_StreamWrite<BoostFormat>)->Name("BM_BoostWrite")->Apply(Configure);

@@ -105,7 +105,7 @@ TEST(GMemStream, CallerBuffersAreNeverGrownOrOverrun) {
 // Guards against output past the size limit being dropped while later, smaller
 // writes still succeed.
 TEST(GMemStream, AWriteBeyondTheLimitFailsTheStreamForGood) {
-  char bytes[64] = {};
+  char bytes[256] = {};
   GMemStream stream(true, nullptr, 0);
   DeviceTestAccess::SetMaxSize(stream, 301); // at most 300 bytes of output
   EXPECT_TRUE(stream.Write(bytes, 250));     // the buffer grows to 301
