@@ -5,9 +5,14 @@
 #include "Text/Utf8.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <string>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace zrn {
 
@@ -20,6 +25,40 @@ constexpr std::streamsize kLineBufferSize = 2000;
 // by huge pages and recycled across devices, so gathering hundreds of
 // megabytes costs no page faults once a first output has been written.
 constexpr std::size_t kChunksPerBlock = platform::kLargeBlockSize / 0x100000;
+
+// Runs at least this long are copied into the chunks with streaming stores.
+constexpr std::size_t kStreamingCopyMin = 4096;
+
+// Copies `n` bytes into a chunk. The bytes are next read at close, long after
+// they have left the cache, so long runs bypass it: a plain store would first
+// fetch every destination line from memory only to overwrite it.
+void CopyToChunk(char* to, char const* from, std::size_t n) {
+#if defined(__SSE2__)
+  if (n >= kStreamingCopyMin) {
+    const std::size_t head = (16 - reinterpret_cast<std::uintptr_t>(to) % 16) % 16;
+    std::memcpy(to, from, head);
+    to += head;
+    from += head;
+    n -= head;
+    for (; n >= 64; n -= 64, to += 64, from += 64) {
+      auto const* in = reinterpret_cast<__m128i const*>(from);
+      auto* out = reinterpret_cast<__m128i*>(to);
+      const __m128i a = _mm_loadu_si128(in);
+      const __m128i b = _mm_loadu_si128(in + 1);
+      const __m128i c = _mm_loadu_si128(in + 2);
+      const __m128i d = _mm_loadu_si128(in + 3);
+      _mm_stream_si128(out, a);
+      _mm_stream_si128(out + 1, b);
+      _mm_stream_si128(out + 2, c);
+      _mm_stream_si128(out + 3, d);
+    }
+    std::memcpy(to, from, n);
+    _mm_sfence(); // ordered before anything that reads the chunk later
+    return;
+  }
+#endif
+  std::memcpy(to, from, n);
+}
 
 } // namespace
 
@@ -136,7 +175,7 @@ bool GFileIOStream::WriteBuffer(void const* data, unsigned int size) {
     const std::size_t chunk = static_cast<std::size_t>(m_nWritePos) / BUF_LIMIT;
     const std::size_t offset = static_cast<std::size_t>(m_nWritePos) % BUF_LIMIT;
     const unsigned int n = std::min<unsigned int>(size, BUF_LIMIT - offset);
-    std::memcpy(m_vecChunks[chunk] + offset, source, n);
+    CopyToChunk(m_vecChunks[chunk] + offset, source, n);
     source += n;
     size -= n;
     m_nWritePos += static_cast<int>(n);
