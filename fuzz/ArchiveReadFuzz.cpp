@@ -107,9 +107,10 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   std::uint8_t const* script = data + 1;
   std::string bytes(reinterpret_cast<char const*>(script + scriptSize), size - 1 - scriptSize);
 
-  // Once over a caller's buffer (positions kept as given), once over an owned
-  // copy (positions clamped).
-  zrn::GMemStream borrowed(false, bytes.data(), static_cast<unsigned int>(bytes.size()));
+  // Once over a read-only view of the input itself (positions kept as
+  // given), once over an owned copy (positions clamped).
+  zrn::GMemStream borrowed(reinterpret_cast<char const*>(script + scriptSize),
+                           static_cast<unsigned int>(bytes.size()));
   zrn::GMemStream owned;
   owned.SetData(bytes.data(), static_cast<int>(bytes.size()));
   for (zrn::GIODevice* device :

@@ -24,7 +24,8 @@ std::size_t UpToNul(char const* text, std::size_t size) {
 } // namespace
 
 GDbArchiveImpl::GDbArchiveImpl(GIODevice* device)
-    : m_pDevice(device), m_pMemory(nullptr), m_nActiveRecord(-1), m_nObjectID(0) {
+    : m_pDevice(device), m_pMemory(nullptr), m_nActiveRecord(-1), m_nObjectID(0),
+      m_bWriteRefused(false) {
   if (m_pDevice && typeid(*m_pDevice) == typeid(GMemStream))
     m_pMemory = static_cast<GMemStream*>(m_pDevice);
   if (m_pDevice)
@@ -32,7 +33,8 @@ GDbArchiveImpl::GDbArchiveImpl(GIODevice* device)
 }
 
 GDbArchiveImpl::GDbArchiveImpl()
-    : m_pDevice(nullptr), m_pMemory(nullptr), m_nActiveRecord(-1), m_nObjectID(0) {}
+    : m_pDevice(nullptr), m_pMemory(nullptr), m_nActiveRecord(-1), m_nObjectID(0),
+      m_bWriteRefused(false) {}
 
 GDbArchiveImpl::GDbArchiveImpl(GDbArchiveImpl const& other) = default;
 
@@ -44,29 +46,54 @@ bool GDbArchiveImpl::IsLoading() { return !m_pDevice || m_pDevice->IsLoading(); 
 
 bool GDbArchiveImpl::IsStoring() { return !IsLoading(); }
 
-long long GDbArchiveImpl::DevicePos() {
-  if (m_pMemory)
-    return m_pMemory->m_nPosition;
-  return m_pDevice ? m_pDevice->pos() : 0;
+long long GDbArchiveImpl::DevicePos() { return Position(); }
+
+long long GDbArchiveImpl::DevicePosition() { return m_pDevice ? m_pDevice->pos() : 0; }
+
+void GDbArchiveImpl::WriteToDevice(void const* data, unsigned int size) {
+  // After a refusal nothing more goes out: later writes that a device might
+  // still take would leave a hole that reads back as valid data.
+  if (!m_pDevice || m_bWriteRefused)
+    return;
+  if (!m_pDevice->Write(const_cast<void*>(data), size))
+    m_bWriteRefused = true;
 }
 
-void GDbArchiveImpl::PutBytes(void const* data, unsigned int size) {
-  if (m_pMemory)
-    m_pMemory->FastWrite(data, size);
-  else if (m_pDevice)
-    m_pDevice->Write(const_cast<void*>(data), size);
+unsigned int GDbArchiveImpl::ReadFromDevice(void* data, unsigned int size) {
+  return m_pDevice ? m_pDevice->Read(data, size) : 0;
 }
 
-void GDbArchiveImpl::GetCurPos(long long& position) { position = DevicePos(); }
+void GDbArchiveImpl::PutSized(int length, void const* data, unsigned int size) {
+  if (m_pMemory) {
+    if (char* const at =
+            m_pMemory->FastRoom(sizeof length + static_cast<unsigned long long>(size))) {
+      std::memcpy(at, &length, sizeof length);
+      if (size != 0)
+        std::memcpy(at + sizeof length, data, size);
+      m_pMemory->Advance(static_cast<unsigned int>(sizeof length + size));
+      return;
+    }
+  }
+  Put(length);
+  if (size != 0)
+    WriteOut(data, size);
+}
+
+void GDbArchiveImpl::PatchDevice(long long position, void const* data, unsigned int size) {
+  if (!m_pDevice || m_bWriteRefused)
+    return;
+  const long long back = Position();
+  m_pDevice->seek(position);
+  WriteOut(data, size);
+  m_pDevice->seek(back);
+}
+
+void GDbArchiveImpl::GetCurPos(long long& position) { position = Position(); }
 
 void GDbArchiveImpl::ErrorMsgBox(std::string, std::string) {}
 
 unsigned short GDbArchiveImpl::GetVersion() {
   return m_vecVersions.empty() ? 0 : m_vecVersions.back().version;
-}
-
-void GDbArchiveImpl::PushVersion(unsigned short version, long long start) {
-  m_vecVersions.push_back({version, start});
 }
 
 void GDbArchiveImpl::RewindTo(long long position) {
@@ -88,17 +115,26 @@ void GDbArchiveImpl::InitArchivePosData() {
 // --- Values ------------------------------------------------------------------
 
 GDbArchive& GDbArchiveImpl::operator<<(std::string const& value) {
-  Put(static_cast<int>(value.size()));
-  if (!value.empty())
-    PutBytes(value.data(), static_cast<unsigned int>(value.size()));
+  PutSized(static_cast<int>(value.size()), value.data(), static_cast<unsigned int>(value.size()));
   return *this;
 }
 
 GDbArchive& GDbArchiveImpl::operator<<(std::wstring const& value) {
+  // Encoded straight into a memory buffer that has room for the longest
+  // form (every character a surrogate pair), else through the scratch string.
+  constexpr int kLength = sizeof(int);
+  if (m_pMemory) {
+    if (char* const at = m_pMemory->FastRoom(kLength + 4ULL * value.size())) {
+      const std::size_t bytes = detail::EncodeUtf16(value, at + kLength);
+      const auto units = static_cast<int>(bytes / 2);
+      std::memcpy(at, &units, kLength);
+      m_pMemory->Advance(static_cast<unsigned int>(kLength + bytes));
+      return *this;
+    }
+  }
   detail::EncodeUtf16(value, m_strScratch);
-  Put(static_cast<int>(m_strScratch.size() / 2));
-  if (!m_strScratch.empty())
-    PutBytes(m_strScratch.data(), static_cast<unsigned int>(m_strScratch.size()));
+  PutSized(static_cast<int>(m_strScratch.size() / 2), m_strScratch.data(),
+           static_cast<unsigned int>(m_strScratch.size()));
   return *this;
 }
 
@@ -107,12 +143,6 @@ GDbArchive& GDbArchiveImpl::operator<<(unsigned long value) {
 }
 
 GDbArchive& GDbArchiveImpl::operator<<(long value) { return Put(static_cast<long long>(value)); }
-
-unsigned int GDbArchiveImpl::ReadSome(void* data, unsigned int size) {
-  if (m_pMemory)
-    return m_pMemory->FastRead(data, size);
-  return m_pDevice ? m_pDevice->Read(data, size) : 0;
-}
 
 GDbArchive& GDbArchiveImpl::operator>>(unsigned long& value) {
   unsigned long long wide;
@@ -205,9 +235,7 @@ GDbArchive& GDbArchiveImpl::operator>>(std::wstring& value) {
 }
 
 GDbArchive& GDbArchiveImpl::WriteBytes(void* data, int size) {
-  *this << size;
-  if (size >= 1)
-    WriteRawData(data, size);
+  PutSized(size, data, size >= 1 ? static_cast<unsigned int>(size) : 0);
   return *this;
 }
 
@@ -238,26 +266,20 @@ GDbArchive& GDbArchiveImpl::ReadBytes(void*& data, int& size) {
 }
 
 GDbArchive& GDbArchiveImpl::ReadRawData(void* data, int size) {
-  if (size <= 0)
-    return *this;
-  if (m_pMemory)
-    m_pMemory->FastRead(data, static_cast<unsigned int>(size));
-  else if (m_pDevice)
-    m_pDevice->Read(data, static_cast<unsigned int>(size));
+  if (size > 0)
+    ReadSome(data, static_cast<unsigned int>(size));
   return *this;
 }
 
 GDbArchive& GDbArchiveImpl::WriteRawData(void* data, int size) {
   if (size > 0)
-    PutBytes(data, static_cast<unsigned int>(size));
+    WriteOut(data, static_cast<unsigned int>(size));
   return *this;
 }
 
 // --- Writing objects -----------------------------------------------------------
 
-GDbArchiveImpl::ObjectPosRecord* GDbArchiveImpl::SetActiveObject(void const* key) {
-  if (m_nActiveRecord >= 0 && m_vecRecords[m_nActiveRecord].key == key)
-    return &m_vecRecords[m_nActiveRecord].record;
+GDbArchiveImpl::ObjectPosRecord* GDbArchiveImpl::FindRecord(void const* key) {
   for (std::ptrdiff_t i = static_cast<std::ptrdiff_t>(m_vecRecords.size()) - 1; i >= 0; --i) {
     if (m_vecRecords[i].key == key) {
       m_nActiveRecord = i;
@@ -270,49 +292,43 @@ GDbArchiveImpl::ObjectPosRecord* GDbArchiveImpl::SetActiveObject(void const* key
 
 void GDbArchiveImpl::WriteSize(long long const& position, unsigned int const* size4,
                                unsigned char* size1) {
-  if (!m_pDevice)
-    return;
-  // A patch inside an owned memory buffer goes straight to its bytes; the
-  // seeks around it would not move anything.
-  const std::size_t width = size4 ? sizeof *size4 : sizeof *size1;
-  if (m_pMemory && m_pMemory->m_bOwned && position >= 0 &&
-      position + static_cast<long long>(width) <= m_pMemory->m_nPosition) {
-    std::memcpy(m_pMemory->m_pData + position, size4 ? static_cast<void const*>(size4) : size1,
-                width);
-    return;
-  }
-  const long long back = m_pDevice->pos();
-  m_pDevice->seek(position);
   if (size4)
-    *this << *size4;
+    Patch(position, *size4);
   else if (size1)
-    *this << *size1;
-  m_pDevice->seek(back);
+    Patch(position, *size1);
 }
 
+// The placeholders go out together with the bytes before them, in one write:
+// the version with the count byte, the tag with the size field.
+
 void GDbArchiveImpl::BeginWriteObject(void const* key, unsigned short version) {
-  PushVersion(version, DevicePos());
-  *this << version;
+  const long long start = Position();
+  PushVersion(version, start);
   ObjectPosRecord* record = SetActiveObject(key);
   if (!record) {
-    m_vecRecords.push_back({key, {}});
+    // Filled in place, field by field: a record built aside and copied in
+    // costs a store-forwarding stall on every object.
+    KeyedRecord& added = m_vecRecords.emplace_back();
+    added.key = key;
     m_nActiveRecord = static_cast<std::ptrdiff_t>(m_vecRecords.size()) - 1;
-    record = &m_vecRecords.back().record;
+    record = &added.record;
   }
-  *record = ObjectPosRecord{};
-  GetCurPos(record->m_nCountPos);
-  *this << static_cast<unsigned char>(0);
+  record->m_nSizePos = 0;
+  record->m_nBlockStart = 0;
+  record->m_nCountPos = start + static_cast<long long>(sizeof version);
+  record->m_nBlockCount = 0;
+  PutPair(version, static_cast<unsigned char>(0));
 }
 
 void GDbArchiveImpl::BeginWriteBlock(unsigned char tag, void const* key) {
   ObjectPosRecord* const record = SetActiveObject(key);
   if (!record)
     return;
-  *this << tag;
-  GetCurPos(record->m_nSizePos);
-  *this << 0u;
-  GetCurPos(record->m_nBlockStart);
+  const long long start = Position();
+  record->m_nSizePos = start + 1;
+  record->m_nBlockStart = start + 5;
   ++record->m_nBlockCount;
+  PutPair(tag, 0u);
 }
 
 void GDbArchiveImpl::EndWriteBlock(unsigned char tag, void const* key) {
@@ -320,18 +336,22 @@ void GDbArchiveImpl::EndWriteBlock(unsigned char tag, void const* key) {
   ObjectPosRecord* const record = SetActiveObject(key);
   if (!record)
     return;
-  const auto size = static_cast<unsigned int>(DevicePos() - record->m_nBlockStart);
-  WriteSize(record->m_nSizePos, &size, nullptr);
+  Patch(record->m_nSizePos, static_cast<unsigned int>(Position() - record->m_nBlockStart));
 }
 
 void GDbArchiveImpl::EndWriteObject(void const* key) {
   ObjectPosRecord* const record = SetActiveObject(key);
   if (!record)
     return;
-  WriteSize(record->m_nCountPos, nullptr, &record->m_nBlockCount);
-  m_vecRecords.erase(m_vecRecords.begin() + m_nActiveRecord);
+  Patch(record->m_nCountPos, record->m_nBlockCount);
+  if (m_nActiveRecord + 1 == static_cast<std::ptrdiff_t>(m_vecRecords.size()))
+    m_vecRecords.pop_back(); // the innermost object, as nesting makes it
+  else
+    m_vecRecords.erase(m_vecRecords.begin() + m_nActiveRecord);
   m_nActiveRecord = -1;
-  EndReadObject(); // the object's version leaves the stack as a read one does
+  // The object's version leaves the stack as a read one does.
+  if (!m_vecVersions.empty())
+    m_vecVersions.pop_back();
 }
 
 bool GDbArchiveImpl::WriteEmptyObject() {
@@ -352,7 +372,7 @@ void GDbArchiveImpl::ReadObject(unsigned char& blockCount, unsigned short& versi
   // Zeroed first, so that a short read yields an empty object of version 0.
   version = 0;
   blockCount = 0;
-  const long long start = DevicePos();
+  const long long start = Position();
   Get(version);
   Get(blockCount);
   PushVersion(version, start);

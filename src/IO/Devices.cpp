@@ -2,12 +2,19 @@
 #include <zrn/IO/DataSizeStream.h>
 #include <zrn/IO/EndianInfo.h>
 #include <zrn/IO/IODevice.h>
+#include <zrn/Profile/ErrorCode.h>
+
+#include "IO/DeviceFailure.h"
 
 #include <bit>
 
 namespace zrn {
 
 GIODevice::~GIODevice() = default;
+
+void detail::ReportDeviceFailure(std::string const& text) {
+  ErrorCode::Report(err_failed, text.c_str());
+}
 
 GDataSizeStream::~GDataSizeStream() = default;
 

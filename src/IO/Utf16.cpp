@@ -1,5 +1,8 @@
 #include "IO/Utf16.h"
 
+#include <bit>
+#include <cstring>
+
 namespace zrn::detail {
 
 namespace {
@@ -13,7 +16,25 @@ void PutUnit(char*& p, char32_t unit) {
 
 void EncodeUtf16(std::wstring_view text, std::string& out) {
   out.resize(text.size() * 4);
-  char* p = out.data();
+  out.resize(EncodeUtf16(text, out.data()));
+}
+
+std::size_t EncodeUtf16(std::wstring_view text, char* const out) {
+  if constexpr (std::endian::native == std::endian::little) {
+    // Text without characters beyond U+FFFF, the usual case, is one unit per
+    // character: a narrowing copy that the compiler vectorises.
+    char32_t all = 0;
+    for (wchar_t unit : text)
+      all |= static_cast<char32_t>(unit);
+    if (all < 0x10000) {
+      for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto unit = static_cast<char16_t>(text[i]);
+        std::memcpy(out + 2 * i, &unit, sizeof unit);
+      }
+      return 2 * text.size();
+    }
+  }
+  char* p = out;
   for (wchar_t unit : text) {
     auto c = static_cast<char32_t>(unit);
     if (c > 0x10FFFF)
@@ -26,7 +47,7 @@ void EncodeUtf16(std::wstring_view text, std::string& out) {
       PutUnit(p, c);
     }
   }
-  out.resize(static_cast<std::size_t>(p - out.data()));
+  return static_cast<std::size_t>(p - out);
 }
 
 void DecodeUtf16(std::string_view units, std::wstring& out) {

@@ -31,15 +31,22 @@ void WatchThreadExit();
 
 // --- Memory -----------------------------------------------------------------
 
-/// Alignment and size unit of large blocks: one huge page.
-constexpr std::size_t kLargeBlockAlignment = std::size_t{2} << 20;
+/// Size and alignment of large blocks: one huge page.
+constexpr std::size_t kLargeBlockSize = std::size_t{2} << 20;
 
-/// A zero-filled block of `size` bytes (a multiple of kLargeBlockAlignment),
-/// aligned to kLargeBlockAlignment and backed by huge pages where the system
-/// allows; null when no memory can be had.
-void* AllocateLargeBlock(std::size_t size);
-/// Returns a block from AllocateLargeBlock.
-void FreeLargeBlock(void* block, std::size_t size);
+/// The most bytes of released large blocks kept for reuse, process-wide.
+constexpr std::size_t kLargeBlockCacheBytes = std::size_t{256} << 20;
+
+/// A block of kLargeBlockSize bytes, aligned to its size and backed by huge
+/// pages where the system allows; null when no memory can be had. Its bytes
+/// are unspecified: a block released before is handed out again as it is,
+/// already in memory, so that filling it costs no page faults. Thread-safe.
+void* AcquireLargeBlock();
+/// Gives back a block from AcquireLargeBlock. Up to kLargeBlockCacheBytes of
+/// released blocks are kept for reuse, marked so that the kernel may reclaim
+/// their memory whenever it runs short (they are then zero when reused); the
+/// rest are unmapped. Thread-safe.
+void ReleaseLargeBlock(void* block);
 
 // --- Debugger ---------------------------------------------------------------
 

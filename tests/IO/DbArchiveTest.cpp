@@ -4,9 +4,11 @@
 #include <zrn/IO/MemStream.h>
 
 #include "Support/Bytes.h"
+#include "Support/DeviceLimits.h"
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -57,6 +59,37 @@ TEST(GDbArchiveFormat, Primitives) {
   bool a = true, b = false, c = false;
   *bools >> a >> b >> c;
   EXPECT_TRUE(!a && b && c); // any byte but 0 reads as true
+}
+
+// Host code writes the fixed-width types through the interface; on Linux
+// these are long and unsigned long, which did not compile (ambiguous).
+TEST(GDbArchiveFormat, SixtyFourBitTypesThroughTheInterface) {
+  const Bytes stored = Store([](GDbArchiveImpl& impl) {
+    GDbArchive& ar = impl;
+    ar << std::int64_t{-2} << std::uint64_t{1} << std::size_t{2} << 3L << 4UL;
+  });
+  Bytes expected(5 * 8, 0);
+  std::fill(expected.begin() + 1, expected.begin() + 8, 0xFF);
+  for (int i = 0; i < 5; ++i)
+    expected[8 * i] = i == 0 ? 0xFE : static_cast<std::uint8_t>(i);
+  EXPECT_EQ(stored, expected);
+
+  Loader in(stored);
+  GDbArchive& ar = *in;
+  std::int64_t a = 0;
+  std::uint64_t b = 0;
+  std::size_t c = 0;
+  long d = 0;
+  unsigned long e = 0;
+  ar >> a >> b >> c >> d >> e;
+  EXPECT_EQ(a, -2);
+  EXPECT_EQ(b, 1u);
+  EXPECT_EQ(c, 2u);
+  EXPECT_EQ(d, 3);
+  EXPECT_EQ(e, 4u);
+  long kept = 7;
+  ar >> kept; // nothing left: the value stays
+  EXPECT_EQ(kept, 7);
 }
 
 TEST(GDbArchiveFormat, Strings) {
@@ -270,7 +303,8 @@ TEST(GDbArchive, SameBytesThroughEveryDevice) {
       const void* key = Key(ar.CreateNewObjectID());
       ar.BeginWriteObject(key, 1);
       ar.BeginWriteBlock(1, key);
-      ar << static_cast<long long>(i) << i * 0.5 << std::to_string(i) << std::wstring(L"w");
+      ar << static_cast<long long>(i) << i * 0.5 << std::to_string(i)
+         << std::wstring(L"w\U0001F600");
       ar.EndWriteBlock(1, key);
       ar.EndWriteObject(key);
     }
@@ -305,6 +339,52 @@ TEST(GDbArchive, SameBytesThroughEveryDevice) {
   reader >> text;
   EXPECT_EQ(text, "49999");
   std::filesystem::remove(path);
+}
+
+// A host device that refuses one write and would take the next ones again.
+class FlakyDevice : public GMemStream {
+public:
+  FlakyDevice() : GMemStream(true, nullptr, 0) {}
+  bool Write(void* data, unsigned int size) override {
+    if (size == 8 && !m_bRefused) {
+      m_bRefused = true;
+      return false;
+    }
+    return GMemStream::Write(data, size);
+  }
+
+private:
+  bool m_bRefused = false;
+};
+
+// Guards against an archive that carries on after a refused write and
+// reports every write as taken.
+TEST(GDbArchive, ARefusedWriteEndsTheOutput) {
+  FlakyDevice device;
+  GDbArchiveImpl ar(&device);
+  const void* key = Key(ar.CreateNewObjectID());
+  ar.BeginWriteObject(key, 1);
+  ar.BeginWriteBlock(1, key);
+  ar << 5;
+  EXPECT_TRUE(ar.IsAllWriteDataOK());
+  ar << 6LL; // refused
+  ar << 7;
+  ar.EndWriteBlock(1, key);
+  ar.EndWriteObject(key);
+  EXPECT_FALSE(ar.IsAllWriteDataOK());
+  // What went out is a clean prefix: no later value, no patched size.
+  EXPECT_EQ(test::Written(device), (Bytes{1, 0, 0, 1, 0, 0, 0, 0, 5, 0, 0, 0}));
+
+  // Over the library's own memory stream (read and written directly), a
+  // stream that hits its limit ends the output the same way.
+  GMemStream stream; // an empty buffer, so that the limit rules all growth
+  stream.SetOpenMode(true);
+  DeviceTestAccess::SetMaxSize(stream, 20);
+  GDbArchiveImpl direct(&stream);
+  direct << std::string("0123456789") << std::wstring(L"ab") << 1;
+  EXPECT_FALSE(direct.IsAllWriteDataOK());
+  EXPECT_EQ(stream.GetDataSize(), 18u); // the string and the length of the wide one
+  ErrorCode::Clear();
 }
 
 } // namespace

@@ -1,4 +1,7 @@
+#include <zrn/IO/DbArchiveImpl.h>
 #include <zrn/IO/FileIOStream.h>
+
+#include "Support/DeviceLimits.h"
 
 #include <gtest/gtest.h>
 
@@ -69,6 +72,35 @@ TEST_F(GFileIOStreamTest, BackPatchingAcrossChunkBoundaries) {
   expected += "end";
   file.close();
   EXPECT_EQ(Contents(), expected);
+}
+
+// Guards against an output that passes the limit being written with the
+// refused write missing: the file read back as valid with a block gone.
+TEST_F(GFileIOStreamTest, AnOutputPastTheLimitLeavesAnEmptyFile) {
+  const std::string block = Pattern(kMiB);
+  {
+    GFileIOStream file(true, m_path.wstring(), false);
+    DeviceTestAccess::SetLimit(file, 3 * kMiB + 100);
+    GDbArchiveImpl ar(&file);
+    for (int i = 0; i < 3; ++i)
+      ar.WriteRawData(const_cast<char*>(block.data()), static_cast<int>(kMiB));
+    EXPECT_TRUE(ar.IsAllWriteDataOK());
+    ar.WriteRawData(const_cast<char*>(block.data()), 101); // crosses the limit
+    EXPECT_FALSE(ar.IsAllWriteDataOK());
+    EXPECT_FALSE(file.IsGood());
+    EXPECT_EQ(GetError(), err_failed);
+    EXPECT_NE(test::TakeErrorMessage().find("3145828 bytes"), std::string::npos);
+    // A write that would fit is refused too, whether it comes through the
+    // archive (which sends nothing more) or straight to the device.
+    ar << 1;
+    EXPECT_FALSE(file.Write(const_cast<char*>(block.data()), 10));
+    EXPECT_EQ(file.pos(), 3 * kMiB);
+    file.close();
+    EXPECT_FALSE(file.IsGood());
+  }
+  ASSERT_TRUE(std::filesystem::exists(m_path));
+  EXPECT_EQ(std::filesystem::file_size(m_path), 0u);
+  ErrorCode::Clear();
 }
 
 TEST_F(GFileIOStreamTest, LoadingReadsThroughTheFile) {

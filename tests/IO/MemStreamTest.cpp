@@ -2,6 +2,8 @@
 #include <zrn/IO/EndianInfo.h>
 #include <zrn/IO/MemStream.h>
 
+#include "Support/DeviceLimits.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -76,21 +78,65 @@ TEST(GMemStream, CallerBuffersAreNeverGrownOrOverrun) {
   GMemStream stream(true, buffer, 5);
   char const text[] = "abcdef";
   EXPECT_TRUE(stream.Write(const_cast<char*>(text), 3));
+  EXPECT_TRUE(stream.IsGood());
   EXPECT_FALSE(stream.Write(const_cast<char*>(text), 3)); // 3 + 3 > 5: nothing written
   EXPECT_EQ(stream.pos(), 3);
-  EXPECT_TRUE(stream.Write(const_cast<char*>(text), 2));
-  EXPECT_EQ(std::string(buffer, 6), "abcab!");
+  EXPECT_NE(test::TakeErrorMessage().find("caller's buffer"), std::string::npos);
+  // The refusal is for good, or the output would have a hole in it.
+  EXPECT_FALSE(stream.Write(const_cast<char*>(text), 2));
+  EXPECT_FALSE(stream.IsGood());
+  EXPECT_EQ(std::string(buffer, 6), "abc--!");
+  EXPECT_NE(test::TakeErrorMessage().find("failed earlier"), std::string::npos);
 
   // Positions outside the buffer are kept as given, but reach no byte.
   char out[2];
-  stream.seek(-3);
-  EXPECT_FALSE(stream.Write(out, 1));
-  EXPECT_EQ(stream.Read(out, 1), 0u);
-  stream.seek(1000);
-  EXPECT_FALSE(stream.Write(out, 1));
-  EXPECT_EQ(stream.Read(out, 1), 0u);
-  EXPECT_EQ(stream.RemainingSize(), 0);
-  EXPECT_EQ(std::string(buffer, 6), "abcab!");
+  for (long long outside : {-3LL, 1000LL}) {
+    GMemStream other(true, buffer, 5);
+    other.seek(outside);
+    EXPECT_EQ(other.Read(out, 1), 0u);
+    EXPECT_EQ(other.RemainingSize(), 0);
+    EXPECT_FALSE(other.Write(out, 1));
+    EXPECT_FALSE(other.IsGood());
+  }
+  EXPECT_EQ(std::string(buffer, 6), "abc--!");
+  ErrorCode::Clear();
+}
+
+// Guards against output past the size limit being dropped while later, smaller
+// writes still succeed.
+TEST(GMemStream, AWriteBeyondTheLimitFailsTheStreamForGood) {
+  char bytes[256] = {};
+  GMemStream stream(true, nullptr, 0);
+  DeviceTestAccess::SetMaxSize(stream, 301); // at most 300 bytes of output
+  EXPECT_TRUE(stream.Write(bytes, 250));     // the buffer grows to 301
+  EXPECT_FALSE(stream.Write(bytes, 51));
+  EXPECT_EQ(GetError(), err_failed);
+  EXPECT_NE(test::TakeErrorMessage().find("300 bytes"), std::string::npos);
+  // Room is left in the buffer, yet nothing more is taken.
+  EXPECT_FALSE(stream.Write(bytes, 1));
+  EXPECT_FALSE(stream.IsGood());
+  EXPECT_EQ(stream.GetDataSize(), 250u);
+  EXPECT_EQ(BufferSize(stream), 301u);
+  EXPECT_FALSE(GMemStream(stream).IsGood()); // copies keep the failure
+  ErrorCode::Clear();
+}
+
+TEST(GMemStream, ReadOnlyViewsReadInPlaceAndRefuseWrites) {
+  static const char bytes[] = {1, 2, 3, 4};
+  GMemStream view(bytes, 4);
+  EXPECT_TRUE(view.IsLoading());
+  EXPECT_EQ(static_cast<GMemStream const&>(view).GetData(), bytes);
+  char out[4] = {};
+  EXPECT_EQ(view.Read(out, 4), 4u);
+  EXPECT_EQ(out[3], 4);
+  view.SetOpenMode(true);
+  EXPECT_FALSE(view.Write(out, 1)); // would write into constant bytes
+  EXPECT_FALSE(view.IsGood());
+  EXPECT_NE(test::TakeErrorMessage().find("read-only"), std::string::npos);
+
+  GMemStream empty(nullptr, 10);
+  EXPECT_EQ(empty.GetDataSize(), 0u);
+  EXPECT_EQ(empty.Read(out, 1), 0u);
 }
 
 TEST(GMemStream, CopiesOwnTheirBytesButShareCallerBuffers) {

@@ -140,6 +140,30 @@ public:
   /// Writes `text` as a wide string.
   GDbArchive& operator<<(wchar_t const* text) { return *this << std::wstring(text ? text : L""); }
 
+  // On Linux `long` and `unsigned long` are 64 bits and are also the types of
+  // std::int64_t, std::uint64_t and std::size_t; without these, such values
+  // would be ambiguous between the 64-bit and the narrower overloads.
+  /// Writes 8 bytes.
+  GDbArchive& operator<<(long value) { return *this << static_cast<long long>(value); }
+  /// Writes 8 bytes.
+  GDbArchive& operator<<(unsigned long value) {
+    return *this << static_cast<unsigned long long>(value);
+  }
+  /// Reads 8 bytes; a short read leaves `value` as it was.
+  GDbArchive& operator>>(long& value) {
+    auto wide = static_cast<long long>(value);
+    *this >> wide;
+    value = static_cast<long>(wide);
+    return *this;
+  }
+  /// Reads 8 bytes; a short read leaves `value` as it was.
+  GDbArchive& operator>>(unsigned long& value) {
+    auto wide = static_cast<unsigned long long>(value);
+    *this >> wide;
+    value = static_cast<unsigned long>(wide);
+    return *this;
+  }
+
   int CurrentVersion() const { return m_nCurrentVersion; }
   void SetCurrentVersion(int version) { m_nCurrentVersion = version; }
   int GeometryVersion() const { return m_nGeometryVersion; }

@@ -7,6 +7,7 @@
 #include <zrn/IO/MemStream.h>
 
 #include <cstddef>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,10 @@ namespace zrn {
 /// A rollback also forgets the objects that began at or after the rollback
 /// position: their versions leave the version stack and, when storing, their
 /// records go, so the enclosing object carries on as if they had never begun.
+///
+/// Writes are checked: once the device refuses a write, the archive sends it
+/// nothing more (so the output is a clean prefix, never one with a hole) and
+/// IsAllWriteDataOK() turns false.
 ///
 /// Reading external bytes is safe: a length that the device cannot supply
 /// any more (a string, wide string or byte array longer than what remains)
@@ -106,8 +111,9 @@ public:
   /// Reads 8 bytes, keeping all 64 bits.
   virtual GDbArchive& operator>>(long& value);
 
-  /// Always true: writes are not checked.
-  bool IsAllWriteDataOK() { return true; }
+  /// True while every write has been taken: false once the device refused
+  /// one (the archive then writes nothing more) or has failed otherwise.
+  bool IsAllWriteDataOK() { return !m_bWriteRefused && (!m_pDevice || m_pDevice->IsGood()); }
 
 private:
   // Where the pieces of one object being written lie.
@@ -127,30 +133,70 @@ private:
     long long start;
   };
 
+  // The one write path and the one read path: "memory stream or another
+  // device?" is decided here, and every typed operation goes through them.
+  void WriteOut(void const* data, unsigned int size) {
+    if (m_pMemory) {
+      if (!m_pMemory->FastWrite(data, size))
+        m_bWriteRefused = true;
+    } else {
+      WriteToDevice(data, size);
+    }
+  }
+  unsigned int ReadSome(void* data, unsigned int size) {
+    return m_pMemory ? m_pMemory->FastRead(data, size) : ReadFromDevice(data, size);
+  }
+  long long Position() { return m_pMemory ? m_pMemory->m_nPosition : DevicePosition(); }
+  void WriteToDevice(void const* data, unsigned int size);
+  unsigned int ReadFromDevice(void* data, unsigned int size);
+  long long DevicePosition();
+
   template <class T> GDbArchive& Put(T const& value) {
-    if (m_pMemory)
-      m_pMemory->FastWrite(&value, sizeof value);
-    else if (m_pDevice)
-      m_pDevice->Write(const_cast<T*>(&value), sizeof value);
+    WriteOut(&value, sizeof value);
     return *this;
   }
   template <class T> GDbArchive& Get(T& value) {
-    if (m_pMemory)
-      m_pMemory->FastRead(&value, sizeof value);
-    else if (m_pDevice)
-      m_pDevice->Read(&value, sizeof value);
+    ReadSome(&value, sizeof value);
     return *this;
   }
-  void PutBytes(void const* data, unsigned int size);
-  unsigned int ReadSome(void* data, unsigned int size);
+  // Two values in one write: an object's version and count placeholder, a
+  // block's tag and size placeholder.
+  template <class A, class B> void PutPair(A first, B second) {
+    if (m_pMemory) {
+      if (char* const at = m_pMemory->FastRoom(sizeof first + sizeof second)) {
+        std::memcpy(at, &first, sizeof first);
+        std::memcpy(at + sizeof first, &second, sizeof second);
+        m_pMemory->Advance(sizeof first + sizeof second);
+        return;
+      }
+    }
+    Put(first);
+    Put(second);
+  }
+  // A 32-bit length, then `size` bytes.
+  void PutSized(int length, void const* data, unsigned int size);
+  // Overwrites the bytes of `value` at `position`, below the current end.
+  template <class T> void Patch(long long position, T const& value) {
+    if (!m_pMemory || !m_pMemory->FastPatch(position, &value, sizeof value))
+      PatchDevice(position, &value, sizeof value);
+  }
+  void PatchDevice(long long position, void const* data, unsigned int size);
 
-  ObjectPosRecord* SetActiveObject(void const* key);
+  // The record of `key`, made the active one; null when `key` has none.
+  ObjectPosRecord* SetActiveObject(void const* key) {
+    if (m_nActiveRecord >= 0 && m_vecRecords[m_nActiveRecord].key == key)
+      return &m_vecRecords[m_nActiveRecord].record;
+    return FindRecord(key);
+  }
+  ObjectPosRecord* FindRecord(void const* key);
   void GetCurPos(long long& position);
   void WriteSize(long long const& position, unsigned int const* size4, unsigned char* size1);
   void InitArchivePosData();
   void Q_ASSERTBlockID(unsigned char, bool) {}
   int ReadLength();
-  void PushVersion(unsigned short version, long long start);
+  void PushVersion(unsigned short version, long long start) {
+    m_vecVersions.push_back({version, start});
+  }
   // Forgets the objects begun at or after `position` and moves there.
   void RewindTo(long long position);
   bool ReadPayload(std::string& out, std::size_t size);
@@ -166,6 +212,8 @@ private:
   long long m_nObjectID;
   std::vector<OpenVersion> m_vecVersions;
   std::string m_strScratch; // reused for wide-string and unsized reads
+  // A write was refused: the device gets no more.
+  bool m_bWriteRefused;
 };
 
 } // namespace zrn

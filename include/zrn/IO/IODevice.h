@@ -3,6 +3,10 @@
 // A device is a byte store with a current position, opened for storing
 // (writing) or loading (reading). Archives back-patch sizes by seeking back and
 // writing again, so every device accepts writes below its current end.
+//
+// A device that refuses a write has failed for good: it refuses every later
+// write too, so an output is either whole or visibly broken, never a file
+// with a hole in it that reads back as valid.
 #ifndef ZRN_IO_IODEVICE_H
 #define ZRN_IO_IODEVICE_H
 
@@ -34,6 +38,13 @@ public:
   /// the device cannot tell. Archives use it to refuse lengths that a
   /// corrupt stream claims but cannot hold.
   virtual long long RemainingSize() { return -1; }
+
+  /// False once the device has failed. The library's devices fail when they
+  /// refuse a write (past their size limit, outside a caller's buffer, out of
+  /// memory), refuse every write after that, and set the calling thread's
+  /// error code (err_failed) when they do. A host device that never fails
+  /// may keep this default.
+  virtual bool IsGood() const { return true; }
 
   /// True when the device is opened for loading.
   bool IsLoading() const { return !storing; }
