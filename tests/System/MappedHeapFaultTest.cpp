@@ -87,7 +87,8 @@ bool LimitFileSize(rlim_t bytes) {
 }
 
 // Allocates blocks of kBlock bytes, each filled with its own pattern, until
-// mapped_malloc throws; `thrown` tells which exception ended the run.
+// mapped_malloc throws or `most` blocks are live; the result tells which
+// exception, if any, ended the run.
 enum class eThrown { Nothing, BadAlloc, Other };
 eThrown AllocateUntilThrown(std::vector<sBlock>& blocks, std::size_t most) {
   try {
