@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -33,6 +34,10 @@ bool MapFileRangeAt(void* at, std::string const& path, std::uint64_t offset, std
 }
 
 bool ReserveFileSpace(std::string const& path, std::uint64_t offset, std::uint64_t length) {
+  // Growing past the limit would raise SIGXFSZ, which ends the process unless
+  // the host handles it; and a reservation that keeps the size ignores it.
+  if (length > FileSizeLimit() || offset > FileSizeLimit() - length)
+    return false;
   const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
   if (fd < 0)
     return false;
@@ -46,6 +51,13 @@ bool ReserveFileSpace(std::string const& path, std::uint64_t offset, std::uint64
     return FreeDiskBytes(slash == std::string::npos ? "." : path.substr(0, slash + 1)) >= length;
   }
   return result == 0;
+}
+
+std::uint64_t FileSizeLimit() {
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+    return UINT64_MAX;
+  return limit.rlim_cur;
 }
 
 std::uint64_t FreeDiskBytes(std::string const& folder) {

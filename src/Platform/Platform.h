@@ -140,8 +140,11 @@ void ReleaseAddressSpace(void* start, std::size_t size);
 /// writable, exactly at `at` (which must lie in the caller's reservation).
 bool MapFileRangeAt(void* at, std::string const& path, std::uint64_t offset, std::size_t length);
 /// Makes sure that the disk holds `length` bytes for the file at `path` from
-/// `offset` without changing its size; false when the disk cannot.
+/// `offset` without changing its size; false when the disk cannot, or when
+/// the file would pass the process's file-size limit.
 bool ReserveFileSpace(std::string const& path, std::uint64_t offset, std::uint64_t length);
+/// The most bytes a file of this process may hold (its file-size limit).
+std::uint64_t FileSizeLimit();
 /// Free bytes on the file system that holds `folder`; 0 when unknown.
 std::uint64_t FreeDiskBytes(std::string const& folder);
 

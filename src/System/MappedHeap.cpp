@@ -79,16 +79,28 @@ std::size_t Reserve(void*& base, uint64 atLeast) {
 
 void ThrowNoSpace() { throw bip::interprocess_exception(bip::error_info(bip::out_of_space_error)); }
 
+// A current folder that is gone (removed after the process entered it) is a
+// failure to create the file like any other.
+std::string CurrentFolder() {
+  boost::system::error_code error;
+  boost::filesystem::path folder = boost::filesystem::current_path(error);
+  if (error)
+    throw bip::interprocess_exception(bip::error_info(error.value()));
+  return folder.string();
+}
+
 // Creates the file and maps it at the start of a fresh reservation. The file
 // must go into a hole of the reservation: another thread's mapping could
 // take that hole first, so a few attempts are made.
 MappedHeap* CreateHeap(uint64 r) {
   const uint64 size = r + kInitialExtra;
-  const std::string folder = boost::filesystem::current_path().string();
+  const std::string folder = CurrentFolder();
   const std::string path = folder + "/" + kFileName;
   bip::file_mapping::remove(path.c_str());
-  if (platform::FreeDiskBytes(folder) < size)
-    ThrowNoSpace(); // a sparse file on a full disk would fault when touched
+  // A sparse file on a full disk would fault when touched, and one past the
+  // file-size limit would raise SIGXFSZ.
+  if (size > platform::FileSizeLimit() || platform::FreeDiskBytes(folder) < size)
+    ThrowNoSpace();
   for (int attempt = 0;; ++attempt) {
     void* base = nullptr;
     const std::size_t reserved = Reserve(base, size);

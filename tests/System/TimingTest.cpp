@@ -69,6 +69,7 @@ struct Ticks {
   unsigned long lastTime = 0;
   std::thread::id thread;
   std::unique_ptr<CTimer>* selfOwned = nullptr; // destroyed by its own callback
+  CTimer* toStop = nullptr;
   CTimer* toStart = nullptr;
 };
 
@@ -79,6 +80,8 @@ void Count(void* data, unsigned long time) {
   ticks->thread = std::this_thread::get_id();
   if (ticks->selfOwned)
     ticks->selfOwned->reset();
+  if (ticks->toStop)
+    ticks->toStop->Stop();
   if (ticks->toStart)
     ticks->toStart->Start();
 }
@@ -137,6 +140,44 @@ TEST(CTimer, CallbacksMayDestroyTheirTimerAndStartOthers) {
   PumpUntil(started, 2);
   EXPECT_EQ(ticks.count, 1); // the destroyed timer stayed silent
   EXPECT_EQ(started.count, 2);
+}
+
+TEST(CTimer, CallbacksMayStopAndRestartTimersWithinAPump) {
+  Ticks first, second;
+  CTimer early(10, &Count, &first);
+  CTimer late(10, &Count, &second);
+  early.Start();
+  late.Start();
+  std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  // Both are due in the same round; the first to fire stops the other.
+  first.toStop = &late;
+  EXPECT_EQ(PumpThreadTimers(0), 1u);
+  EXPECT_EQ(second.count, 0);
+
+  // A callback that restarts its own timer keeps it running.
+  first.toStop = nullptr;
+  first.toStart = &early;
+  PumpUntil(first, 4);
+  EXPECT_EQ(first.count, 4);
+
+  // One that stops its own timer ends it; starting it again from outside
+  // works, and the timer it stopped earlier may be started again too.
+  first.toStart = nullptr;
+  first.toStop = &early;
+  PumpUntil(first, 5);
+  std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  EXPECT_EQ(PumpThreadTimers(0), 0u);
+  first.toStop = nullptr;
+  early.Start();
+  late.Start();
+  PumpUntil(second, 2);
+  PumpUntil(first, 7);
+  EXPECT_GE(first.count, 7);
+  EXPECT_GE(second.count, 2);
+  early.Stop();
+  late.Stop();
+  std::this_thread::sleep_for(std::chrono::milliseconds(25));
+  EXPECT_EQ(PumpThreadTimers(0), 0u);
 }
 
 TEST(CTimer, AnotherThreadMayDestroyATimer) {
