@@ -138,8 +138,9 @@ Source Calibrate(Anchor const& end) {
 }
 
 // Every read before the TSC takes over: decides, calibrates, or reads the
-// plain clock while another thread does either.
-bool ReadBeforeTsc(std::int64_t& counter) {
+// plain clock while another thread does either. Kept out of line so that the
+// TSC path saves no registers.
+__attribute__((noinline, cold)) bool ReadBeforeTsc(std::int64_t& counter) {
   Source state = g_source.load(std::memory_order_acquire);
   if (state == Source::Undecided && g_source.compare_exchange_strong(state, Source::Busy)) {
     const bool usable = TscUsable() && ReadAnchor(g_start);
