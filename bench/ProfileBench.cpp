@@ -1,8 +1,9 @@
 // Cost of profiling a scope, warm (every node and profile exists already):
 // three nested CProfile scopes, next to three nested bare scopes and three
 // nested std::chrono::steady_clock pairs; and one QProfileStarter scope next
-// to one steady_clock pair. Divide the three-deep figures by three for one
-// scope.
+// to a bare clock_gettime(CLOCK_MONOTONIC) pair and a bare rdtsc pair, the two
+// clock reads it could be built on. Divide the three-deep figures by three
+// for one scope.
 //
 // The call-tree profiler writes its summary when the program ends, to
 // standard output and to QProfile.txt beside the executable.
@@ -12,6 +13,11 @@
 #include <benchmark/benchmark.h>
 
 #include <chrono>
+#include <ctime>
+
+#if defined(__x86_64__)
+#include <x86intrin.h>
+#endif
 
 namespace {
 
@@ -58,14 +64,29 @@ void BM_CProfileScope3(benchmark::State& state) {
 }
 BENCHMARK(BM_CProfileScope3);
 
-void BM_SteadyClockPair(benchmark::State& state) {
-  using Clock = std::chrono::steady_clock;
+long long MonotonicNs() {
+  timespec now{};
+  ::clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000000000LL + now.tv_nsec;
+}
+
+void BM_ClockGettimePair(benchmark::State& state) {
   for (auto _ : state) {
-    const auto start = Clock::now();
-    benchmark::DoNotOptimize(Clock::now() - start);
+    const long long start = MonotonicNs();
+    benchmark::DoNotOptimize(MonotonicNs() - start);
   }
 }
-BENCHMARK(BM_SteadyClockPair);
+BENCHMARK(BM_ClockGettimePair);
+
+#if defined(__x86_64__)
+void BM_RdtscPair(benchmark::State& state) {
+  for (auto _ : state) {
+    const unsigned long long start = __rdtsc();
+    benchmark::DoNotOptimize(__rdtsc() - start);
+  }
+}
+BENCHMARK(BM_RdtscPair);
+#endif
 
 void BM_QProfileStarter(benchmark::State& state) {
   static QProfile region("benchmarked region", false, __FILE__, __LINE__);

@@ -3,10 +3,12 @@
 #include <zrn/System/MessageBox.h>
 
 #include "Support/DebugOutputCapture.h"
+#include "Support/TempFolder.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -148,6 +150,59 @@ TEST(AssertDeathTest, FatalLevelsAbort) {
   EXPECT_DEATH(fatal([](Assert& a) { a.fatal("the end"); }), "Failed:a > b(.|\n)*the end");
   EXPECT_DEATH(fatal([](Assert& a) { a.level(Assert::LEVEL_FATAL, "level two"); }),
                "b=5\nlevel two");
+}
+
+// Run only inside copies of this program (below): raises an error and prints
+// the report path that the exception carries.
+TEST(AssertCopy, DISABLED_RaiseError) {
+  test::DebugOutputCapture output;
+  try {
+    Assert().error("from a copy");
+  } catch (ExceptionWithMinidump const& e) {
+    std::printf("\nreport path: %s\n", e.GetDumpFilePath().c_str());
+  }
+}
+
+// The report path of a copy of this program named `name` in `folder` (empty
+// when the copy did not report one).
+std::string ReportPathOfCopy(std::filesystem::path const& folder, std::string const& name) {
+  const auto copy = folder / name;
+  std::filesystem::copy_file(std::filesystem::path(GCoreSystem::GetExeFilePath()), copy);
+  const auto output = folder / (name + ".out");
+  const std::string command = "'" + copy.string() +
+                              "' --gtest_also_run_disabled_tests"
+                              " --gtest_filter=AssertCopy.DISABLED_RaiseError > '" +
+                              output.string() + "' 2>&1";
+  EXPECT_EQ(std::system(command.c_str()), 0);
+  std::ifstream in(output);
+  for (std::string line; std::getline(in, line);)
+    if (line.rfind("report path: ", 0) == 0)
+      return line.substr(13);
+  return {};
+}
+
+TEST(Assert, ReportPathReplacesTheLastExtensionOfTheProgramName) {
+  test::TempFolder temp;
+  const auto folder = temp.Path() / "dotted.folder"; // its dot is no extension
+  std::filesystem::create_directory(folder);
+  for (auto const& [program, report] :
+       {std::pair{"host.exe", "host.dmp"}, std::pair{"host.tar.gz", "host.tar.dmp"},
+        std::pair{"plain", "plain.dmp"}, std::pair{".hidden", ".hidden.dmp"}}) {
+    SCOPED_TRACE(program);
+    EXPECT_EQ(ReportPathOfCopy(folder, program), (folder / report).string());
+    std::ifstream in(folder / report);
+    const std::string text((std::istreambuf_iterator<char>(in)), {});
+    EXPECT_NE(text.find("from a copy"), std::string::npos);
+  }
+}
+
+TEST(Assert, UnwritableReportStillThrowsWithItsPath) {
+  test::TempFolder temp;
+  const auto blocked = temp.Path() / "blocked.dmp";
+  std::filesystem::create_directory(blocked); // the report file cannot be created
+  EXPECT_EQ(ReportPathOfCopy(temp.Path(), "blocked"), blocked.string());
+  EXPECT_TRUE(std::filesystem::is_directory(blocked));
+  EXPECT_TRUE(std::filesystem::is_empty(blocked));
 }
 
 } // namespace
