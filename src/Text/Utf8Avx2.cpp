@@ -275,12 +275,10 @@ ZRN_TARGET_AVX2 inline char* StoreAscii(__m256i c, char* out) {
   return out + 8;
 }
 
-} // namespace
-
-// Windows of 16 bytes at fixed steps, as the AVX-512 path, in two halves of
-// 8 lanes; 32 bytes of ASCII that owe nothing to the window before are
-// widened as they are.
-ZRN_TARGET_AVX2 bool DecodeBlocksAvx2(Utf8Decoding& d) {
+// Blocks of 32 bytes while 40 remain; then windows of 16 bytes at fixed
+// steps, as the AVX-512 path, in two halves of 8 lanes, where 32 bytes of
+// ASCII that owe nothing to the window before are widened as they are.
+[[gnu::always_inline]] ZRN_TARGET_AVX2 inline bool DecodeAvx2(Utf8Decoding& d) {
   unsigned carry = 0; // continuation bytes owed by the previous window
   unsigned errors = 0;
   // Blocks of 32 bytes whose structure is checked as a whole first: then
@@ -356,6 +354,17 @@ ZRN_TARGET_AVX2 bool DecodeBlocksAvx2(Utf8Decoding& d) {
   return errors == 0;
 }
 
+} // namespace
+
+ZRN_TARGET_AVX2 bool DecodeBlocksAvx2(Utf8Decoding& decoding) {
+  // On a copy, whose address never leaves this function, so that its
+  // counters stay in registers.
+  Utf8Decoding d = decoding;
+  const bool valid = DecodeAvx2(d);
+  decoding = d;
+  return valid;
+}
+
 namespace {
 
 // Eight units of any kind: each lane builds its unit's bytes in a 32-bit
@@ -429,7 +438,10 @@ ZRN_TARGET_AVX2 char* EncodeSixteenBmp(__m256i first, __m256i second, char* out)
 // Sixteen units at a time: runs of ASCII are narrowed as they are, units of
 // up to three bytes are built in 16-bit lanes, and a block with larger units
 // takes the general eight-unit step.
-ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& out) {
+ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& output) {
+  // A copy of the output pointer: the bytes written through it could alias
+  // the caller's, which would then be stored and reloaded at every step.
+  char* out = output;
   std::size_t read = 0;
   // A step's last store may write twelve bytes beyond its output; the units
   // after it give at least that many.
@@ -447,6 +459,7 @@ ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& out)
     }
     read += 16;
   }
+  output = out;
   return read;
 }
 
