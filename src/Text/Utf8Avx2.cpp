@@ -404,19 +404,35 @@ ZRN_TARGET_AVX2 char* EncodeEight(__m256i c, char* out) {
   return StoreUnits(_mm256_extracti128_si256(word, 1), highCode, out);
 }
 
+// The constants of EncodeSixteenBmp, made once per text. Each goes through
+// an empty assembler statement, so that the compiler keeps it (in a register,
+// or on the stack as an operand) instead of building it again in every step.
+struct BmpConstants {
+  __m256i k7F, k7FF, k3F, k80, kC0, kE0;
+
+  ZRN_TARGET_AVX2 BmpConstants()
+      : k7F(Opaque(0x7F)), k7FF(Opaque(0x7FF)), k3F(Opaque(0x3F)), k80(Opaque(0x80)),
+        kC0(Opaque(0xC0)), kE0(Opaque(0xE0)) {}
+
+  ZRN_TARGET_AVX2 static __m256i Opaque(short value) {
+    __m256i lanes = _mm256_set1_epi16(value);
+    asm("" : "+x"(lanes));
+    return lanes;
+  }
+};
+
 // Sixteen units below U+10000, in 16-bit lanes: each lane builds its first
 // two bytes and its last, and unpacking the two gives each unit's bytes in a
 // 32-bit word for StoreUnits. Writes up to 12 bytes beyond its output.
-ZRN_TARGET_AVX2 char* EncodeSixteenBmp(__m256i first, __m256i second, char* out) {
+ZRN_TARGET_AVX2 inline char* EncodeSixteenBmp(__m256i first, __m256i second, char* out,
+                                              BmpConstants const& k) {
   const __m256i c = _mm256_permute4x64_epi64(_mm256_packus_epi32(first, second), 0xD8);
-  const __m256i ascii = _mm256_cmpeq_epi16(_mm256_min_epu16(c, _mm256_set1_epi16(0x7F)), c);
-  const __m256i upTo2 = _mm256_cmpeq_epi16(_mm256_min_epu16(c, _mm256_set1_epi16(0x7FF)), c);
-  const __m256i last =
-      _mm256_or_si256(_mm256_and_si256(c, _mm256_set1_epi16(0x3F)), _mm256_set1_epi16(0x80));
-  const __m256i middle = _mm256_or_si256(
-      _mm256_and_si256(_mm256_srli_epi16(c, 6), _mm256_set1_epi16(0x3F)), _mm256_set1_epi16(0x80));
-  const __m256i lead2 = _mm256_or_si256(_mm256_srli_epi16(c, 6), _mm256_set1_epi16(0xC0));
-  const __m256i lead3 = _mm256_or_si256(_mm256_srli_epi16(c, 12), _mm256_set1_epi16(0xE0));
+  const __m256i ascii = _mm256_cmpeq_epi16(_mm256_min_epu16(c, k.k7F), c);
+  const __m256i upTo2 = _mm256_cmpeq_epi16(_mm256_min_epu16(c, k.k7FF), c);
+  const __m256i last = _mm256_or_si256(_mm256_and_si256(c, k.k3F), k.k80);
+  const __m256i middle = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(c, 6), k.k3F), k.k80);
+  const __m256i lead2 = _mm256_or_si256(_mm256_srli_epi16(c, 6), k.kC0);
+  const __m256i lead3 = _mm256_or_si256(_mm256_srli_epi16(c, 12), k.kE0);
   const __m256i byte0 = _mm256_blendv_epi8(lead3, _mm256_blendv_epi8(lead2, c, ascii), upTo2);
   const __m256i byte1 = _mm256_blendv_epi8(middle, last, upTo2);
   const __m256i head = _mm256_or_si256(byte0, _mm256_slli_epi16(byte1, 8));
@@ -442,6 +458,7 @@ ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& outp
   // A copy of the output pointer: the bytes written through it could alias
   // the caller's, which would then be stored and reloaded at every step.
   char* out = output;
+  const BmpConstants constants;
   std::size_t read = 0;
   // A step's last store may write twelve bytes beyond its output; the units
   // after it give at least that many.
@@ -453,7 +470,7 @@ ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& outp
     if (_mm256_testz_si256(any, _mm256_set1_epi32(~0x7F))) {
       out = StoreAscii(second, StoreAscii(first, out));
     } else if (_mm256_testz_si256(any, _mm256_set1_epi32(~0xFFFF))) {
-      out = EncodeSixteenBmp(first, second, out);
+      out = EncodeSixteenBmp(first, second, out, constants);
     } else {
       out = EncodeEight(second, EncodeEight(first, out));
     }
