@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <cstdint>
 #include <memory>
 #include <random>
 #include <string>
@@ -240,6 +241,32 @@ TEST(Utf8Blocks, EveryKindOfUnitAtEveryPlaceEncodesUnitByUnit) {
   for (Mix mix : {Mix::kAll, Mix::kMostlyBmp}) {
     const std::wstring large = RandomWide(random, 70000, mix);
     EXPECT_EQ(FromUtf8(ToUtf8(large)), large);
+  }
+}
+
+TEST(Utf8Blocks, UnitsAtTheLengthBoundariesEncodeAtEveryPlace) {
+  std::mt19937 random(14);
+  const std::wstring text = RandomWide(random, 70, Mix::kMostlyBmp);
+  const wchar_t boundaries[] = {0x7F,
+                                0x80,
+                                0x7FF,
+                                0x800,
+                                0xD7FF,
+                                0xD800,
+                                0xFFFF,
+                                0x10000,
+                                0x10FFFF,
+                                0x1FFFFF,
+                                0x200000,
+                                static_cast<wchar_t>(0x80000000u),
+                                static_cast<wchar_t>(-1)};
+  for (wchar_t unit : boundaries) {
+    const std::string alone = ToUtf8(std::wstring(1, unit));
+    for (std::size_t at = 0; at <= text.size(); ++at) {
+      const std::wstring with = text.substr(0, at) + unit + text.substr(at);
+      ASSERT_EQ(ToUtf8(with), ToUtf8(text.substr(0, at)) + alone + ToUtf8(text.substr(at)))
+          << std::hex << static_cast<std::uint32_t>(unit) << " at " << std::dec << at;
+    }
   }
 }
 
