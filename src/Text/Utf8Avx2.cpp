@@ -229,6 +229,15 @@ ZRN_TARGET_AVX2 inline void DecodeBmpHalf(unsigned char const* p, unsigned start
   d.written += __builtin_popcount(high);
 }
 
+// The 32 ASCII bytes at `p` as units.
+ZRN_TARGET_AVX2 inline void WidenAscii(unsigned char const* p, Utf8Decoding& d) {
+  auto* out = reinterpret_cast<__m256i*>(d.out + d.written);
+  for (int i = 0; i < 4; ++i)
+    _mm256_storeu_si256(out + i, _mm256_cvtepu8_epi32(
+                                     _mm_loadl_epi64(reinterpret_cast<__m128i const*>(p + 8 * i))));
+  d.written += 32;
+}
+
 // The continuation bytes that the character cut at `p` still owes, one bit
 // per byte from `p` on, for valid bytes before `p`.
 inline unsigned OwedAfter(unsigned char const* p) {
@@ -295,11 +304,7 @@ ZRN_TARGET_AVX2 inline char* StoreAscii(__m256i c, char* out) {
       previous = bytes;
       d.read += 32;
       if (_mm256_movemask_epi8(bytes) == 0) {
-        auto* out = reinterpret_cast<__m256i*>(d.out + d.written);
-        for (int i = 0; i < 4; ++i)
-          _mm256_storeu_si256(out + i, _mm256_cvtepu8_epi32(_mm_loadl_epi64(
-                                           reinterpret_cast<__m128i const*>(p + 8 * i))));
-        d.written += 32;
+        WidenAscii(p, d);
         continue;
       }
       const unsigned starts = ~static_cast<unsigned>(_mm256_movemask_epi8(continuation));
@@ -325,11 +330,7 @@ ZRN_TARGET_AVX2 inline char* StoreAscii(__m256i c, char* out) {
     // Whole windows of ASCII are rare in mixed text (so the branch is
     // predicted well there) and the rule in plain text.
     if ((static_cast<unsigned>(_mm256_movemask_epi8(ascii)) | carry) == 0) {
-      auto* out = reinterpret_cast<__m256i*>(d.out + d.written);
-      for (int i = 0; i < 4; ++i)
-        _mm256_storeu_si256(out + i, _mm256_cvtepu8_epi32(_mm_loadl_epi64(
-                                         reinterpret_cast<__m128i const*>(p + 8 * i))));
-      d.written += 32;
+      WidenAscii(p, d);
       d.read += 32;
       continue;
     }
