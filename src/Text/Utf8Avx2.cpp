@@ -1,6 +1,6 @@
-// UTF-8 blocks with AVX2, for processors that have it but not AVX-512;
-// chosen at run time. Where AVX-512 compresses lanes, these use permutes and
-// byte shuffles from small tables.
+// UTF-8 blocks with AVX2 (and BMI2), chosen at run time for every processor
+// that has them. Lanes are compressed with permutes and byte shuffles from
+// small tables.
 #include "Text/Utf8Kernels.h"
 
 #if defined(ZRN_UTF8_X86_KERNELS)
@@ -285,8 +285,8 @@ ZRN_TARGET_AVX2 inline char* StoreAscii(__m256i c, char* out) {
 }
 
 // Blocks of 32 bytes while 40 remain; then windows of 16 bytes at fixed
-// steps, as the AVX-512 path, in two halves of 8 lanes, where 32 bytes of
-// ASCII that owe nothing to the window before are widened as they are.
+// steps, in two halves of 8 lanes, where 32 bytes of ASCII that owe nothing
+// to the window before are widened as they are.
 [[gnu::always_inline]] ZRN_TARGET_AVX2 inline bool DecodeAvx2(Utf8Decoding& d) {
   unsigned carry = 0; // continuation bytes owed by the previous window
   unsigned errors = 0;
