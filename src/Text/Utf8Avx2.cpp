@@ -8,6 +8,8 @@
 #include <array>
 #include <cstdint>
 #include <immintrin.h>
+#include <iterator>
+#include <type_traits>
 
 #define ZRN_TARGET_AVX2 __attribute__((target("avx2,bmi2,popcnt")))
 
@@ -17,42 +19,36 @@ namespace {
 
 // --- Tables --------------------------------------------------------------------
 
-// For each set of up to eight lanes (one bit a lane), the permute that moves
-// those lanes, in order, to the front.
-struct alignas(32) LanePermute {
-  std::int32_t lanes[8];
-};
-constexpr std::array<LanePermute, 256> MakeCompactions() {
-  std::array<LanePermute, 256> table{};
+// For each set of up to eight lanes (one bit a lane), the indices that move
+// those lanes, in order, to the front: `Entry` holds `kPerLane` indices a lane
+// (its bytes, for a byte shuffle), and `kFill` after them.
+template <class Entry, int kPerLane, int kFill> constexpr std::array<Entry, 256> MakeCompactions() {
+  std::array<Entry, 256> table{};
   for (unsigned set = 0; set < 256; ++set) {
-    int n = 0;
+    auto& indices = table[set].indices;
+    std::size_t n = 0;
     for (int lane = 0; lane < 8; ++lane)
       if (set & (1u << lane))
-        table[set].lanes[n++] = lane;
+        for (int part = 0; part < kPerLane; ++part)
+          indices[n++] =
+              static_cast<std::remove_reference_t<decltype(indices[0])>>(kPerLane * lane + part);
+    for (; n < std::size(indices); ++n)
+      indices[n] = kFill;
   }
   return table;
 }
-constexpr auto kCompactions = MakeCompactions();
 
-// The same for the eight 16-bit lanes of a 128-bit half, as a byte shuffle.
-struct alignas(16) HalfCompaction {
-  std::int8_t bytes[16];
+// A permute of eight 32-bit lanes.
+struct alignas(32) LanePermute {
+  std::int32_t indices[8];
 };
-constexpr std::array<HalfCompaction, 256> MakeHalfCompactions() {
-  std::array<HalfCompaction, 256> table{};
-  for (unsigned set = 0; set < 256; ++set) {
-    int n = 0;
-    for (int lane = 0; lane < 8; ++lane)
-      if (set & (1u << lane)) {
-        table[set].bytes[n++] = static_cast<std::int8_t>(2 * lane);
-        table[set].bytes[n++] = static_cast<std::int8_t>(2 * lane + 1);
-      }
-    for (; n < 16; ++n)
-      table[set].bytes[n] = -1;
-  }
-  return table;
-}
-constexpr auto kHalfCompactions = MakeHalfCompactions();
+constexpr auto kCompactions = MakeCompactions<LanePermute, 1, 0>();
+
+// A byte shuffle of the eight 16-bit lanes of a 128-bit half (-1 gives 0).
+struct alignas(16) HalfCompaction {
+  std::int8_t indices[16];
+};
+constexpr auto kHalfCompactions = MakeCompactions<HalfCompaction, 2, -1>();
 
 // By the high nibble of a lead byte, repeated for both 128-bit halves of a
 // byte shuffle: the value bits of the lead byte, and how far the four bytes'
@@ -152,7 +148,7 @@ ZRN_TARGET_AVX2 inline unsigned DecodeHalf(unsigned char const* p, unsigned star
     d.NoteZero(d.written + __builtin_popcount(starts & ((zero & -zero) - 1)));
 
   const __m256i permute =
-      _mm256_load_si256(reinterpret_cast<__m256i const*>(kCompactions[starts].lanes));
+      _mm256_load_si256(reinterpret_cast<__m256i const*>(kCompactions[starts].indices));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d.out + d.written),
                       _mm256_permutevar8x32_epi32(value, permute));
   d.written += __builtin_popcount(starts);
@@ -218,8 +214,8 @@ ZRN_TARGET_AVX2 inline void DecodeBmpHalf(unsigned char const* p, unsigned start
   const unsigned high = starts >> 8;
   const __m256i shuffle = _mm256_inserti128_si256(
       _mm256_castsi128_si256(
-          _mm_load_si128(reinterpret_cast<__m128i const*>(kHalfCompactions[low].bytes))),
-      _mm_load_si128(reinterpret_cast<__m128i const*>(kHalfCompactions[high].bytes)), 1);
+          _mm_load_si128(reinterpret_cast<__m128i const*>(kHalfCompactions[low].indices))),
+      _mm_load_si128(reinterpret_cast<__m128i const*>(kHalfCompactions[high].indices)), 1);
   const __m256i packed = _mm256_shuffle_epi8(value, shuffle);
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d.out + d.written),
                       _mm256_cvtepu16_epi32(_mm256_castsi256_si128(packed)));
