@@ -2,9 +2,11 @@
 // against a point of comparison in the same run:
 //
 //   Utf8ToWide / WideToUtf8   GStdStringTrans::Utf8ToUnicode / UnicodeToUtf8
-//                             on 16 MiB of mostly ASCII text with 10% CJK
+//                             on 16 MiB of text: mix:0 is ASCII with 10% CJK
 //                             characters at random places (the hardest mix
-//                             for block-wise ASCII paths), against iconv
+//                             for block-wise ASCII paths), mix:1 has 1% CJK,
+//                             mix:2 is a quarter ASCII, a quarter CJK and half
+//                             Cyrillic (two bytes), against iconv
 //                             ("UTF-8" <-> "WCHAR_T") with one descriptor
 //                             opened before timing. Both sides hand back a
 //                             new array.
@@ -77,22 +79,52 @@ std::string ToUtf8(std::wstring const& text) {
   return std::unique_ptr<char[]>(GStdStringTrans::UnicodeToUtf8(text.c_str())).get();
 }
 
-// 16 MiB of UTF-8 (a little more, to end on a whole character).
-std::string const& Utf8Text() {
-  static const std::string text = [] {
-    std::mt19937 random(1);
-    std::string utf8;
-    while (utf8.size() < kLargeBytes)
-      utf8 += ToUtf8(RandomText(random, 4096, 0.1));
-    return utf8;
-  }();
+// The UTF-8 texts, by the benchmarks' argument.
+enum Utf8Mix : int {
+  kCjkTenth,    // 10% CJK at random places in ASCII
+  kMostlyAscii, // 1% CJK
+  kTwoAndThree, // a quarter ASCII, half two-byte (Cyrillic), a quarter CJK
+};
+
+wchar_t MixedChar(std::mt19937& random) {
+  switch (random() % 4) {
+  case 0:
+    return RandomChar(random, 0.0);
+  case 1:
+    return RandomChar(random, 1.0);
+  default:
+    return static_cast<wchar_t>(std::uniform_int_distribution<int>(0x0410, 0x044F)(random));
+  }
+}
+
+std::wstring TextOfMix(std::mt19937& random, std::size_t chars, int mix) {
+  if (mix != kTwoAndThree)
+    return RandomText(random, chars, mix == kCjkTenth ? 0.1 : 0.01);
+  std::wstring text(chars, L'\0');
+  for (wchar_t& c : text)
+    c = MixedChar(random);
   return text;
 }
 
-std::wstring const& WideText() {
-  static const std::wstring text =
-      std::unique_ptr<wchar_t[]>(GStdStringTrans::Utf8ToUnicode(Utf8Text().c_str())).get();
-  return text;
+// 16 MiB of UTF-8 (a little more, to end on a whole character), made on
+// first use.
+std::string const& Utf8Text(int mix = kCjkTenth) {
+  static std::string texts[3];
+  std::string& utf8 = texts[mix];
+  if (utf8.empty()) {
+    std::mt19937 random(1);
+    while (utf8.size() < kLargeBytes)
+      utf8 += ToUtf8(TextOfMix(random, 4096, mix));
+  }
+  return utf8;
+}
+
+std::wstring const& WideText(int mix = kCjkTenth) {
+  static std::wstring texts[3];
+  std::wstring& wide = texts[mix];
+  if (wide.empty())
+    wide = std::unique_ptr<wchar_t[]>(GStdStringTrans::Utf8ToUnicode(Utf8Text(mix).c_str())).get();
+  return wide;
 }
 
 std::vector<std::wstring> const& WideBatch() {
@@ -199,7 +231,8 @@ void CheckEqual(benchmark::State& state, bool equal) {
 // --- UTF-8 -------------------------------------------------------------------------
 
 void BM_Utf8ToWide_Zrn(benchmark::State& state) {
-  std::string const& text = Utf8Text();
+  const auto mix = static_cast<int>(state.range(0));
+  std::string const& text = Utf8Text(mix);
   for (auto _ : state) {
     std::unique_ptr<wchar_t[]> wide(GStdStringTrans::Utf8ToUnicode(text.c_str()));
     benchmark::DoNotOptimize(wide.get());
@@ -208,9 +241,10 @@ void BM_Utf8ToWide_Zrn(benchmark::State& state) {
 }
 
 void BM_Utf8ToWide_Iconv(benchmark::State& state) {
-  std::string const& text = Utf8Text();
+  const auto mix = static_cast<int>(state.range(0));
+  std::string const& text = Utf8Text(mix);
   Iconv iconv("WCHAR_T", "UTF-8");
-  CheckEqual(state, iconv.ToString<std::wstring>(text, text.size()) == WideText());
+  CheckEqual(state, iconv.ToString<std::wstring>(text, text.size()) == WideText(mix));
   for (auto _ : state) {
     std::unique_ptr<wchar_t[]> wide(new wchar_t[text.size() + 1]);
     const std::size_t written =
@@ -222,19 +256,21 @@ void BM_Utf8ToWide_Iconv(benchmark::State& state) {
 }
 
 void BM_WideToUtf8_Zrn(benchmark::State& state) {
-  std::wstring const& text = WideText();
-  CheckEqual(state, ToUtf8(text) == Utf8Text());
+  const auto mix = static_cast<int>(state.range(0));
+  std::wstring const& text = WideText(mix);
+  CheckEqual(state, ToUtf8(text) == Utf8Text(mix));
   for (auto _ : state) {
     std::unique_ptr<char[]> utf8(GStdStringTrans::UnicodeToUtf8(text.c_str()));
     benchmark::DoNotOptimize(utf8.get());
   }
-  Report(state, Utf8Text().size());
+  Report(state, Utf8Text(mix).size());
 }
 
 void BM_WideToUtf8_Iconv(benchmark::State& state) {
-  std::wstring const& text = WideText();
+  const auto mix = static_cast<int>(state.range(0));
+  std::wstring const& text = WideText(mix);
   Iconv iconv("UTF-8", "WCHAR_T");
-  CheckEqual(state, iconv.ToString<std::string>(text, 4 * text.size()) == Utf8Text());
+  CheckEqual(state, iconv.ToString<std::string>(text, 4 * text.size()) == Utf8Text(mix));
   for (auto _ : state) {
     std::unique_ptr<char[]> utf8(new char[4 * text.size() + 1]);
     const std::size_t written =
@@ -242,7 +278,7 @@ void BM_WideToUtf8_Iconv(benchmark::State& state) {
     utf8[written] = '\0';
     benchmark::DoNotOptimize(utf8.get());
   }
-  Report(state, Utf8Text().size());
+  Report(state, Utf8Text(mix).size());
 }
 
 // --- Code page 936 -----------------------------------------------------------------
@@ -373,14 +409,20 @@ void Configure(benchmark::internal::Benchmark* b) {
   b->Unit(benchmark::kMillisecond)->MinWarmUpTime(kWarmUpSeconds);
 }
 
+// One run per text: 10% CJK, 1% CJK, and two- and three-byte characters.
+void ConfigureUtf8(benchmark::internal::Benchmark* b) {
+  Configure(b);
+  b->ArgName("mix")->Arg(kCjkTenth)->Arg(kMostlyAscii)->Arg(kTwoAndThree);
+}
+
 void ConfigureBatch(benchmark::internal::Benchmark* b) {
   b->Unit(benchmark::kMicrosecond)->MinWarmUpTime(kWarmUpSeconds);
 }
 
-BENCHMARK(BM_Utf8ToWide_Zrn)->Apply(Configure);
-BENCHMARK(BM_Utf8ToWide_Iconv)->Apply(Configure);
-BENCHMARK(BM_WideToUtf8_Zrn)->Apply(Configure);
-BENCHMARK(BM_WideToUtf8_Iconv)->Apply(Configure);
+BENCHMARK(BM_Utf8ToWide_Zrn)->Apply(ConfigureUtf8);
+BENCHMARK(BM_Utf8ToWide_Iconv)->Apply(ConfigureUtf8);
+BENCHMARK(BM_WideToUtf8_Zrn)->Apply(ConfigureUtf8);
+BENCHMARK(BM_WideToUtf8_Iconv)->Apply(ConfigureUtf8);
 BENCHMARK(BM_Cp936ToWide_Batch_Zrn)->Apply(ConfigureBatch);
 BENCHMARK(BM_Cp936ToWide_Batch_Iconv)->Apply(ConfigureBatch);
 BENCHMARK(BM_WideToCp936_Batch_Zrn)->Apply(ConfigureBatch);

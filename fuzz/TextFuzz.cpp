@@ -2,7 +2,9 @@
 // coordinate parser and wildcard matching, and checks what must hold for any
 // input: conversions that succeed convert back, decoded base64 encodes and
 // decodes to the same bytes, a failed parse leaves its outputs alone, and
-// matching agrees with a plain dynamic-programming matcher.
+// matching agrees with a plain dynamic-programming matcher. UTF-8 both ways
+// must agree with a plain character-at-a-time converter; run with ZRN_SIMD
+// set to fuzz one vector path in particular.
 #include <zrn/Text/Base64.h>
 #include <zrn/Text/InputParser.h>
 #include <zrn/Text/StringHelpers.h>
@@ -13,6 +15,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +36,67 @@ void FuzzUtf8(std::string const& bytes) {
   const std::unique_ptr<wchar_t[]> again(GStdStringTrans::Utf8ToUnicode(utf8.get()));
   Check(std::wstring(wide.get()) == again.get());
   Check(GStdStringTrans::Utf8ToAnsi(bytes.c_str()) == GStdStringTrans::WstringToString(wide.get()));
+}
+
+// A character at a time, plainly: the code points of `text`, or nothing
+// when it is not valid UTF-8.
+std::optional<std::wstring> ReferenceDecode(std::string const& text) {
+  std::wstring units;
+  for (std::size_t i = 0; i < text.size();) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    if ((lead >= 0x80 && lead < 0xC0) || lead >= 0xF8)
+      return std::nullopt;
+    const std::size_t more = lead < 0x80 ? 0 : lead < 0xE0 ? 1 : lead < 0xF0 ? 2 : 3;
+    if (i + more >= text.size())
+      return std::nullopt;
+    char32_t value = more == 0 ? lead : lead & (0x7F >> (more + 1));
+    for (std::size_t k = 1; k <= more; ++k) {
+      const auto next = static_cast<unsigned char>(text[i + k]);
+      if ((next & 0xC0) != 0x80)
+        return std::nullopt;
+      value = (value << 6) | (next & 0x3F);
+    }
+    if ((value >= 0xD800 && value <= 0xDFFF) || value > 0x10FFFF)
+      return std::nullopt;
+    units += static_cast<wchar_t>(value);
+    i += more + 1;
+  }
+  return units;
+}
+
+// Each unit by itself; units beyond U+1FFFFF as U+FFFD.
+std::string ReferenceEncode(std::wstring const& text) {
+  std::string bytes;
+  for (wchar_t unit : text) {
+    auto c = static_cast<char32_t>(unit);
+    if (c > 0x1FFFFF)
+      c = 0xFFFD;
+    const int more = c < 0x80 ? 0 : c < 0x800 ? 1 : c < 0x10000 ? 2 : 3;
+    static constexpr unsigned char kMarkers[] = {0x00, 0xC0, 0xE0, 0xF0};
+    bytes += static_cast<char>(kMarkers[more] | (c >> (6 * more)));
+    for (int k = more - 1; k >= 0; --k)
+      bytes += static_cast<char>(0x80 | ((c >> (6 * k)) & 0x3F));
+  }
+  return bytes;
+}
+
+// The vector paths against the plain ones, both ways: the bytes as UTF-8,
+// and three bytes at a time as wide units (of any value but 0).
+void FuzzUtf8Exactly(std::string const& bytes) {
+  const std::string text(bytes.c_str());
+  const std::optional<std::wstring> expected = ReferenceDecode(text);
+  const std::unique_ptr<wchar_t[]> wide(GStdStringTrans::Utf8ToUnicode(text.c_str()));
+  Check(wide.get() == (expected ? expected->substr(0, expected->find(L'\0')) : std::wstring()));
+
+  std::wstring units;
+  for (std::size_t i = 0; i + 3 <= bytes.size(); i += 3) {
+    const auto unit = static_cast<unsigned char>(bytes[i]) |
+                      (static_cast<unsigned char>(bytes[i + 1]) << 8) |
+                      (static_cast<unsigned char>(bytes[i + 2]) << 16);
+    units += static_cast<wchar_t>(unit == 0 ? 1 : unit);
+  }
+  const std::unique_ptr<char[]> utf8(GStdStringTrans::UnicodeToUtf8(units.c_str()));
+  Check(utf8.get() == ReferenceEncode(units));
 }
 
 void FuzzCodePage(std::string const& bytes) {
@@ -116,6 +180,7 @@ void FuzzMatch(std::string const& bytes) {
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
   const std::string bytes(reinterpret_cast<char const*>(data), size);
   FuzzUtf8(bytes);
+  FuzzUtf8Exactly(bytes);
   FuzzCodePage(bytes);
   FuzzBase64(bytes);
   FuzzCoordinates(bytes);

@@ -3,8 +3,12 @@
 // Each directive is parsed here and rebuilt as a small, well-formed format
 // for one typed value, which the C library then prints straight into the
 // remaining room of the output buffer. Nothing is read beyond the slots and
-// the pool, and nothing is written beyond the buffer.
+// the pool, and nothing is written beyond the buffer. Numbers are written as
+// in the C locale whatever the process locale, so that a message reads the
+// same everywhere.
 #include <zrn/Profile/ValistStream.h>
+
+#include "Platform/NumericLocale.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -310,8 +314,10 @@ private:
 
 std::size_t ValistStream::Format(char const* format, char* buffer, std::size_t size) const {
   Output out(buffer, size);
-  if (format)
+  if (format) {
+    const platform::ClassicNumbers numbers;
     ValistFormatter(*this, format, out).Run();
+  }
   return out.Length();
 }
 

@@ -1,6 +1,6 @@
-// UTF-8 blocks with AVX2, for processors that have it but not AVX-512;
-// chosen at run time. Where AVX-512 compresses lanes, these use permutes and
-// byte shuffles from small tables.
+// UTF-8 blocks with AVX2 (and BMI2), chosen at run time for every processor
+// that has them. Lanes are compressed with permutes and byte shuffles from
+// small tables.
 #include "Text/Utf8Kernels.h"
 
 #if defined(ZRN_UTF8_X86_KERNELS)
@@ -8,8 +8,10 @@
 #include <array>
 #include <cstdint>
 #include <immintrin.h>
+#include <iterator>
+#include <type_traits>
 
-#define ZRN_TARGET_AVX2 __attribute__((target("avx2,popcnt")))
+#define ZRN_TARGET_AVX2 __attribute__((target("avx2,bmi2,popcnt")))
 
 namespace zrn::detail {
 
@@ -17,22 +19,36 @@ namespace {
 
 // --- Tables --------------------------------------------------------------------
 
-// For each set of up to eight lanes (one bit a lane), the permute that moves
-// those lanes, in order, to the front.
-struct alignas(32) LanePermute {
-  std::int32_t lanes[8];
-};
-constexpr std::array<LanePermute, 256> MakeCompactions() {
-  std::array<LanePermute, 256> table{};
+// For each set of up to eight lanes (one bit a lane), the indices that move
+// those lanes, in order, to the front: `Entry` holds `kPerLane` indices a lane
+// (its bytes, for a byte shuffle), and `kFill` after them.
+template <class Entry, int kPerLane, int kFill> constexpr std::array<Entry, 256> MakeCompactions() {
+  std::array<Entry, 256> table{};
   for (unsigned set = 0; set < 256; ++set) {
-    int n = 0;
+    auto& indices = table[set].indices;
+    std::size_t n = 0;
     for (int lane = 0; lane < 8; ++lane)
       if (set & (1u << lane))
-        table[set].lanes[n++] = lane;
+        for (int part = 0; part < kPerLane; ++part)
+          indices[n++] =
+              static_cast<std::remove_reference_t<decltype(indices[0])>>(kPerLane * lane + part);
+    for (; n < std::size(indices); ++n)
+      indices[n] = kFill;
   }
   return table;
 }
-constexpr auto kCompactions = MakeCompactions();
+
+// A permute of eight 32-bit lanes.
+struct alignas(32) LanePermute {
+  std::int32_t indices[8];
+};
+constexpr auto kCompactions = MakeCompactions<LanePermute, 1, 0>();
+
+// A byte shuffle of the eight 16-bit lanes of a 128-bit half (-1 gives 0).
+struct alignas(16) HalfCompaction {
+  std::int8_t indices[16];
+};
+constexpr auto kHalfCompactions = MakeCompactions<HalfCompaction, 2, -1>();
 
 // By the high nibble of a lead byte, repeated for both 128-bit halves of a
 // byte shuffle: the value bits of the lead byte, and how far the four bytes'
@@ -132,11 +148,101 @@ ZRN_TARGET_AVX2 inline unsigned DecodeHalf(unsigned char const* p, unsigned star
     d.NoteZero(d.written + __builtin_popcount(starts & ((zero & -zero) - 1)));
 
   const __m256i permute =
-      _mm256_load_si256(reinterpret_cast<__m256i const*>(kCompactions[starts].lanes));
+      _mm256_load_si256(reinterpret_cast<__m256i const*>(kCompactions[starts].indices));
   _mm256_storeu_si256(reinterpret_cast<__m256i*>(d.out + d.written),
                       _mm256_permutevar8x32_epi32(value, permute));
   d.written += __builtin_popcount(starts);
   return LaneMask(_mm256_or_si256(surrogate, tooLarge)) & starts;
+}
+
+// Bytes at or above `floor`, as all-ones bytes (unsigned comparison).
+ZRN_TARGET_AVX2 inline __m256i AtLeast(__m256i bytes, unsigned char floor) {
+  return _mm256_cmpeq_epi8(_mm256_max_epu8(bytes, _mm256_set1_epi8(static_cast<char>(floor))),
+                           bytes);
+}
+
+// The structure of 32 bytes, `previous` being the 32 before them: nonzero
+// bytes where a byte breaks the rules. A character of n bytes owes n - 1
+// continuation bytes (10xxxxxx), and no other byte may be one; bytes from
+// 0xF8 never occur, nor does a surrogate's three-byte form (ED A0..BF). What
+// a four-byte form encodes is checked on its value.
+ZRN_TARGET_AVX2 inline __m256i StructureErrors(__m256i bytes, __m256i previous,
+                                               __m256i& continuation) {
+  const __m256i joined = _mm256_permute2x128_si256(previous, bytes, 0x21);
+  const __m256i before1 = _mm256_alignr_epi8(bytes, joined, 15);
+  const __m256i before2 = _mm256_alignr_epi8(bytes, joined, 14);
+  const __m256i before3 = _mm256_alignr_epi8(bytes, joined, 13);
+  const __m256i owed = _mm256_or_si256(
+      _mm256_or_si256(AtLeast(before1, 0xC0), AtLeast(before2, 0xE0)), AtLeast(before3, 0xF0));
+  // 0x80..0xBF are the signed bytes below -64.
+  continuation = _mm256_cmpgt_epi8(_mm256_set1_epi8(-64), bytes);
+  const __m256i surrogate =
+      _mm256_and_si256(_mm256_cmpeq_epi8(before1, _mm256_set1_epi8('\xED')), AtLeast(bytes, 0xA0));
+  return _mm256_or_si256(_mm256_or_si256(_mm256_xor_si256(owed, continuation), surrogate),
+                         AtLeast(bytes, 0xF8));
+}
+
+// The 16 bytes at `p` in 16-bit lanes.
+ZRN_TARGET_AVX2 inline __m256i WideBytes(unsigned char const* p) {
+  return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<__m128i const*>(p)));
+}
+
+// Decodes the characters of up to three bytes that start among the 16 bytes
+// at `p` (18 readable), `starts` having one bit per start, in 16-bit lanes.
+ZRN_TARGET_AVX2 inline void DecodeBmpHalf(unsigned char const* p, unsigned starts,
+                                          Utf8Decoding& d) {
+  const __m256i b0 = WideBytes(p);
+  const __m256i t1 = _mm256_and_si256(WideBytes(p + 1), _mm256_set1_epi16(0x3F));
+  const __m256i t2 = _mm256_and_si256(WideBytes(p + 2), _mm256_set1_epi16(0x3F));
+  const __m256i two =
+      _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(b0, _mm256_set1_epi16(0x1F)), 6), t1);
+  // The lead's marker bits drop out of the 16-bit lane.
+  const __m256i three =
+      _mm256_or_si256(_mm256_or_si256(_mm256_slli_epi16(b0, 12), _mm256_slli_epi16(t1, 6)), t2);
+  __m256i value = _mm256_blendv_epi8(b0, two, _mm256_cmpgt_epi16(b0, _mm256_set1_epi16(0xBF)));
+  value = _mm256_blendv_epi8(value, three, _mm256_cmpgt_epi16(b0, _mm256_set1_epi16(0xDF)));
+
+  const __m256i isZero = _mm256_cmpeq_epi16(value, _mm256_setzero_si256());
+  if (!_mm256_testz_si256(isZero, isZero)) {
+    const unsigned zero =
+        _pext_u32(static_cast<unsigned>(_mm256_movemask_epi8(isZero)), 0x55555555u) & starts;
+    if (zero != 0)
+      d.NoteZero(d.written + __builtin_popcount(starts & ((zero & -zero) - 1)));
+  }
+
+  const unsigned low = starts & 0xFF;
+  const unsigned high = starts >> 8;
+  const __m256i shuffle = _mm256_inserti128_si256(
+      _mm256_castsi128_si256(
+          _mm_load_si128(reinterpret_cast<__m128i const*>(kHalfCompactions[low].indices))),
+      _mm_load_si128(reinterpret_cast<__m128i const*>(kHalfCompactions[high].indices)), 1);
+  const __m256i packed = _mm256_shuffle_epi8(value, shuffle);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d.out + d.written),
+                      _mm256_cvtepu16_epi32(_mm256_castsi256_si128(packed)));
+  d.written += __builtin_popcount(low);
+  _mm256_storeu_si256(reinterpret_cast<__m256i*>(d.out + d.written),
+                      _mm256_cvtepu16_epi32(_mm256_extracti128_si256(packed, 1)));
+  d.written += __builtin_popcount(high);
+}
+
+// The 32 ASCII bytes at `p` as units.
+ZRN_TARGET_AVX2 inline void WidenAscii(unsigned char const* p, Utf8Decoding& d) {
+  auto* out = reinterpret_cast<__m256i*>(d.out + d.written);
+  for (int i = 0; i < 4; ++i)
+    _mm256_storeu_si256(out + i, _mm256_cvtepu8_epi32(
+                                     _mm_loadl_epi64(reinterpret_cast<__m128i const*>(p + 8 * i))));
+  d.written += 32;
+}
+
+// The continuation bytes that the character cut at `p` still owes, one bit
+// per byte from `p` on, for valid bytes before `p`.
+inline unsigned OwedAfter(unsigned char const* p) {
+  const unsigned b1 = p[-1], b2 = p[-2], b3 = p[-3];
+  const unsigned length1 = b1 >= 0xF0 ? 4 : b1 >= 0xE0 ? 3 : b1 >= 0xC0 ? 2 : 1;
+  const unsigned length2 = b2 >= 0xF0 ? 4 : b2 >= 0xE0 ? 3 : 1;
+  const unsigned length3 = b3 >= 0xF0 ? 4 : 1;
+  return ((1u << (length1 - 1)) - 1) | (((1u << (length2 - 1)) - 1) >> 1) |
+         (((1u << (length3 - 1)) - 1) >> 2);
 }
 
 // --- Encoding --------------------------------------------------------------------
@@ -174,14 +280,45 @@ ZRN_TARGET_AVX2 inline char* StoreAscii(__m256i c, char* out) {
   return out + 8;
 }
 
-} // namespace
-
-// Windows of 16 bytes at fixed steps, as the AVX-512 path, in two halves of
-// 8 lanes; 32 bytes of ASCII that owe nothing to the window before are
-// widened as they are.
-ZRN_TARGET_AVX2 bool DecodeBlocksAvx2(Utf8Decoding& d) {
+// Blocks of 32 bytes while 40 remain; then windows of 16 bytes at fixed
+// steps, in two halves of 8 lanes, where 32 bytes of ASCII that owe nothing
+// to the window before are widened as they are.
+[[gnu::always_inline]] ZRN_TARGET_AVX2 inline bool DecodeAvx2(Utf8Decoding& d) {
   unsigned carry = 0; // continuation bytes owed by the previous window
   unsigned errors = 0;
+  // Blocks of 32 bytes whose structure is checked as a whole first: then
+  // each needs only its values, of which those of up to three bytes fit 16
+  // bits. A block reads 8 bytes beyond itself.
+  if (d.size >= 64) {
+    __m256i previous = _mm256_setzero_si256();
+    __m256i structure = _mm256_setzero_si256();
+    while (d.size - d.read >= 40) {
+      unsigned char const* const p = d.in + d.read;
+      const __m256i bytes = _mm256_loadu_si256(reinterpret_cast<__m256i const*>(p));
+      __m256i continuation;
+      structure = _mm256_or_si256(structure, StructureErrors(bytes, previous, continuation));
+      previous = bytes;
+      d.read += 32;
+      if (_mm256_movemask_epi8(bytes) == 0) {
+        WidenAscii(p, d);
+        continue;
+      }
+      const unsigned starts = ~static_cast<unsigned>(_mm256_movemask_epi8(continuation));
+      if (_mm256_movemask_epi8(AtLeast(bytes, 0xF0)) == 0) {
+        DecodeBmpHalf(p, starts & 0xFFFF, d);
+        DecodeBmpHalf(p + 16, starts >> 16, d);
+      } else {
+        for (int i = 0; i < 4; ++i)
+          errors |= DecodeHalf(p + 8 * i, (starts >> (8 * i)) & 0xFF, d);
+      }
+    }
+    // At least 8 bytes follow the last block; a surrogate's lead that ends
+    // it has its second byte checked here.
+    unsigned char const* const next = d.in + d.read;
+    if (!_mm256_testz_si256(structure, structure) || (next[-1] == 0xED && next[0] >= 0xA0))
+      return false;
+    carry = OwedAfter(next);
+  }
   // A window reads 16 bytes from its 8th on.
   while (d.size - d.read >= 32) {
     unsigned char const* const p = d.in + d.read;
@@ -189,11 +326,7 @@ ZRN_TARGET_AVX2 bool DecodeBlocksAvx2(Utf8Decoding& d) {
     // Whole windows of ASCII are rare in mixed text (so the branch is
     // predicted well there) and the rule in plain text.
     if ((static_cast<unsigned>(_mm256_movemask_epi8(ascii)) | carry) == 0) {
-      auto* out = reinterpret_cast<__m256i*>(d.out + d.written);
-      for (int i = 0; i < 4; ++i)
-        _mm256_storeu_si256(out + i, _mm256_cvtepu8_epi32(_mm_loadl_epi64(
-                                         reinterpret_cast<__m128i const*>(p + 8 * i))));
-      d.written += 32;
+      WidenAscii(p, d);
       d.read += 32;
       continue;
     }
@@ -218,59 +351,129 @@ ZRN_TARGET_AVX2 bool DecodeBlocksAvx2(Utf8Decoding& d) {
   return errors == 0;
 }
 
-// Eight units at a time: each lane builds its unit's bytes in a 32-bit word,
-// and a byte shuffle chosen by the four lengths of each half gathers them.
-ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& out) {
-  std::size_t read = 0;
-  // A half's store may write twelve bytes beyond its output; the units after
-  // it give at least that many.
-  while (text.size() - read >= 32 + 12) {
-    auto const* const units = reinterpret_cast<__m256i const*>(text.data() + read);
-    // As when decoding, only long runs of ASCII take their own branch.
-    const __m256i any = _mm256_or_si256(
-        _mm256_or_si256(_mm256_loadu_si256(units), _mm256_loadu_si256(units + 1)),
-        _mm256_or_si256(_mm256_loadu_si256(units + 2), _mm256_loadu_si256(units + 3)));
-    if (_mm256_testz_si256(any, _mm256_set1_epi32(~0x7F))) {
-      for (int i = 0; i < 4; ++i)
-        out = StoreAscii(_mm256_loadu_si256(units + i), out);
-      read += 32;
-      continue;
-    }
-    __m256i c = _mm256_loadu_si256(units);
-    read += 8;
-    const __m256i largest = _mm256_set1_epi32(kLargestEncodable);
-    const __m256i encodable = _mm256_cmpeq_epi32(_mm256_min_epu32(c, largest), c);
-    c = _mm256_blendv_epi8(_mm256_set1_epi32(kReplacement), c, encodable);
-    const __m256i two = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7F));
-    const __m256i three = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7FF));
-    const __m256i four = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0xFFFF));
-    const __m256i last = ContinuationBytes(c, 0);
-    const __m256i middle = ContinuationBytes(c, 6);
-    __m256i word = _mm256_blendv_epi8(
-        c, _mm256_or_si256(LeadBytes(c, 6, 0xC0), _mm256_slli_epi32(last, 8)), two);
+} // namespace
+
+ZRN_TARGET_AVX2 bool DecodeBlocksAvx2(Utf8Decoding& decoding) {
+  // On a copy, whose address never leaves this function, so that its
+  // counters stay in registers.
+  Utf8Decoding d = decoding;
+  const bool valid = DecodeAvx2(d);
+  decoding = d;
+  return valid;
+}
+
+namespace {
+
+// Eight units of any kind: each lane builds its unit's bytes in a 32-bit
+// word, and a byte shuffle chosen by the four lengths of each half gathers
+// them. Writes 32 bytes from `out`.
+ZRN_TARGET_AVX2 char* EncodeEight(__m256i c, char* out) {
+  const __m256i largest = _mm256_set1_epi32(kLargestEncodable);
+  const __m256i encodable = _mm256_cmpeq_epi32(_mm256_min_epu32(c, largest), c);
+  c = _mm256_blendv_epi8(_mm256_set1_epi32(kReplacement), c, encodable);
+  const __m256i two = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7F));
+  const __m256i three = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0x7FF));
+  const __m256i four = _mm256_cmpgt_epi32(c, _mm256_set1_epi32(0xFFFF));
+  const __m256i last = ContinuationBytes(c, 0);
+  const __m256i middle = ContinuationBytes(c, 6);
+  __m256i word = _mm256_blendv_epi8(
+      c, _mm256_or_si256(LeadBytes(c, 6, 0xC0), _mm256_slli_epi32(last, 8)), two);
+  word = _mm256_blendv_epi8(
+      word,
+      _mm256_or_si256(LeadBytes(c, 12, 0xE0),
+                      _mm256_or_si256(_mm256_slli_epi32(middle, 8), _mm256_slli_epi32(last, 16))),
+      three);
+  const unsigned fours = LaneMask(four);
+  if (fours != 0)
     word = _mm256_blendv_epi8(
         word,
-        _mm256_or_si256(LeadBytes(c, 12, 0xE0),
-                        _mm256_or_si256(_mm256_slli_epi32(middle, 8), _mm256_slli_epi32(last, 16))),
-        three);
-    const unsigned fours = LaneMask(four);
-    if (fours != 0)
-      word = _mm256_blendv_epi8(
-          word,
-          _mm256_or_si256(
-              _mm256_or_si256(LeadBytes(c, 18, 0xF0),
-                              _mm256_slli_epi32(ContinuationBytes(c, 12), 8)),
-              _mm256_or_si256(_mm256_slli_epi32(middle, 16), _mm256_slli_epi32(last, 24))),
-          four);
-    // A unit's length less one, in two bits: the low one is the parity of
-    // the three tests (each implies the one before), the high one is `three`.
-    const unsigned parity = LaneMask(two) ^ LaneMask(three) ^ fours;
-    const unsigned twoPlus = LaneMask(three);
-    const unsigned lowCode = kSpread[parity & 0xF] | (kSpread[twoPlus & 0xF] << 1);
-    const unsigned highCode = kSpread[parity >> 4] | (kSpread[twoPlus >> 4] << 1);
-    out = StoreUnits(_mm256_castsi256_si128(word), lowCode, out);
-    out = StoreUnits(_mm256_extracti128_si256(word, 1), highCode, out);
+        _mm256_or_si256(
+            _mm256_or_si256(LeadBytes(c, 18, 0xF0), _mm256_slli_epi32(ContinuationBytes(c, 12), 8)),
+            _mm256_or_si256(_mm256_slli_epi32(middle, 16), _mm256_slli_epi32(last, 24))),
+        four);
+  // A unit's length less one, in two bits: the low one is the parity of
+  // the three tests (each implies the one before), the high one is `three`.
+  const unsigned parity = LaneMask(two) ^ LaneMask(three) ^ fours;
+  const unsigned twoPlus = LaneMask(three);
+  const unsigned lowCode = kSpread[parity & 0xF] | (kSpread[twoPlus & 0xF] << 1);
+  const unsigned highCode = kSpread[parity >> 4] | (kSpread[twoPlus >> 4] << 1);
+  out = StoreUnits(_mm256_castsi256_si128(word), lowCode, out);
+  return StoreUnits(_mm256_extracti128_si256(word, 1), highCode, out);
+}
+
+// The constants of EncodeSixteenBmp, made once per text. Each goes through
+// an empty assembler statement, so that the compiler keeps it (in a register,
+// or on the stack as an operand) instead of building it again in every step.
+struct BmpConstants {
+  __m256i k7F, k7FF, k3F, k80, kC0, kE0;
+
+  ZRN_TARGET_AVX2 BmpConstants()
+      : k7F(Opaque(0x7F)), k7FF(Opaque(0x7FF)), k3F(Opaque(0x3F)), k80(Opaque(0x80)),
+        kC0(Opaque(0xC0)), kE0(Opaque(0xE0)) {}
+
+  ZRN_TARGET_AVX2 static __m256i Opaque(short value) {
+    __m256i lanes = _mm256_set1_epi16(value);
+    asm("" : "+x"(lanes));
+    return lanes;
   }
+};
+
+// Sixteen units below U+10000, in 16-bit lanes: each lane builds its first
+// two bytes and its last, and unpacking the two gives each unit's bytes in a
+// 32-bit word for StoreUnits. Writes up to 12 bytes beyond its output.
+ZRN_TARGET_AVX2 inline char* EncodeSixteenBmp(__m256i first, __m256i second, char* out,
+                                              BmpConstants const& k) {
+  const __m256i c = _mm256_permute4x64_epi64(_mm256_packus_epi32(first, second), 0xD8);
+  const __m256i ascii = _mm256_cmpeq_epi16(_mm256_min_epu16(c, k.k7F), c);
+  const __m256i upTo2 = _mm256_cmpeq_epi16(_mm256_min_epu16(c, k.k7FF), c);
+  const __m256i last = _mm256_or_si256(_mm256_and_si256(c, k.k3F), k.k80);
+  const __m256i middle = _mm256_or_si256(_mm256_and_si256(_mm256_srli_epi16(c, 6), k.k3F), k.k80);
+  const __m256i lead2 = _mm256_or_si256(_mm256_srli_epi16(c, 6), k.kC0);
+  const __m256i lead3 = _mm256_or_si256(_mm256_srli_epi16(c, 12), k.kE0);
+  const __m256i byte0 = _mm256_blendv_epi8(lead3, _mm256_blendv_epi8(lead2, c, ascii), upTo2);
+  const __m256i byte1 = _mm256_blendv_epi8(middle, last, upTo2);
+  const __m256i head = _mm256_or_si256(byte0, _mm256_slli_epi16(byte1, 8));
+  // Units 0-3 and 8-11, then 4-7 and 12-15.
+  const __m256i words03 = _mm256_unpacklo_epi16(head, last);
+  const __m256i words47 = _mm256_unpackhi_epi16(head, last);
+  // Two bits a unit, its length less one: 0, 1 or 2.
+  const auto multi = ~static_cast<unsigned>(_mm256_movemask_epi8(ascii));
+  const auto long3 = ~static_cast<unsigned>(_mm256_movemask_epi8(upTo2));
+  const unsigned codes = ((multi ^ long3) & 0x55555555u) | (long3 & 0xAAAAAAAAu);
+  out = StoreUnits(_mm256_castsi256_si128(words03), codes & 0xFF, out);
+  out = StoreUnits(_mm256_castsi256_si128(words47), (codes >> 8) & 0xFF, out);
+  out = StoreUnits(_mm256_extracti128_si256(words03, 1), (codes >> 16) & 0xFF, out);
+  return StoreUnits(_mm256_extracti128_si256(words47, 1), codes >> 24, out);
+}
+
+} // namespace
+
+// Sixteen units at a time: runs of ASCII are narrowed as they are, units of
+// up to three bytes are built in 16-bit lanes, and a block with larger units
+// takes the general eight-unit step.
+ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& output) {
+  // A copy of the output pointer: the bytes written through it could alias
+  // the caller's, which would then be stored and reloaded at every step.
+  char* out = output;
+  const BmpConstants constants;
+  std::size_t read = 0;
+  // A step's last store may write twelve bytes beyond its output; the units
+  // after it give at least that many.
+  while (text.size() - read >= 32 + 12) {
+    auto const* const units = reinterpret_cast<__m256i const*>(text.data() + read);
+    const __m256i first = _mm256_loadu_si256(units);
+    const __m256i second = _mm256_loadu_si256(units + 1);
+    const __m256i any = _mm256_or_si256(first, second);
+    if (_mm256_testz_si256(any, _mm256_set1_epi32(~0x7F))) {
+      out = StoreAscii(second, StoreAscii(first, out));
+    } else if (_mm256_testz_si256(any, _mm256_set1_epi32(~0xFFFF))) {
+      out = EncodeSixteenBmp(first, second, out, constants);
+    } else {
+      out = EncodeEight(second, EncodeEight(first, out));
+    }
+    read += 16;
+  }
+  output = out;
   return read;
 }
 

@@ -38,13 +38,11 @@ struct Utf8Decoding {
 /// Decode blocks; false when they found an invalid byte (the decoding is then
 /// void, and where it stopped does not matter).
 bool DecodeBlocksAvx2(Utf8Decoding& d);
-bool DecodeBlocksAvx512(Utf8Decoding& d);
 
 /// Encode blocks of units from the start of `text`, writing only within the
 /// UTF-8 form of the whole text; return how many units they encoded, with
 /// `out` moved past their bytes.
 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& out);
-std::size_t EncodeBlocksAvx512(std::wstring_view text, char*& out);
 #endif
 
 } // namespace zrn::detail

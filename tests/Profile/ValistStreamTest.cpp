@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "Text/CommaLocale.h"
+
+#include <clocale>
 #include <cstring>
 #include <string>
 
@@ -43,6 +46,15 @@ TEST(ValistStreamFormat, FloatingPointStringsAndPointers) {
   EXPECT_EQ(Format("%s", static_cast<char const*>(nullptr)), "(null)");
   EXPECT_EQ(Format("%p", reinterpret_cast<void const*>(0xABCDEF)), "0000000000ABCDEF");
   EXPECT_EQ(Format("100%% sure"), "100% sure");
+}
+
+TEST(ValistStreamFormat, FractionsUseAFullStopUnderACommaDecimalLocale) {
+  ZRN_WITH_COMMA_LOCALE(locale);
+  EXPECT_EQ(Format("%f|%.2e|%g|%a|%8.3f", 1.5, 12345.0, 0.25, 1.5, -2.0),
+            "1.500000|1.23e+04|0.25|0x1.8p+0|  -2.000");
+  EXPECT_EQ(Format("%s %d", "1,5", 1234567), "1,5 1234567");
+  // The caller's locale is in force again afterwards.
+  EXPECT_STREQ(std::localeconv()->decimal_point, ",");
 }
 
 TEST(ValistStreamFormat, StarTakesWidthAndPrecisionFromSlots) {

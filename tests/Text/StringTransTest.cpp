@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <cstdint>
 #include <memory>
 #include <random>
 #include <string>
@@ -177,10 +178,24 @@ TEST(GStdStringTrans, ThreadsConvertIndependently) {
 // Texts long enough for the vector paths, with every kind of unit at every
 // place of a block; CTest runs these once per path (ZRN_SIMD).
 
-// A unit of each UTF-8 length, or (with `unusual`) one that is encoded but
-// does not decode back: a surrogate, or a unit beyond U+1FFFFF.
-wchar_t RandomUnit(std::mt19937& random, bool unusual) {
-  switch (random() % (unusual ? 6 : 4)) {
+// Which units a random text holds.
+enum class Mix {
+  kAll,       // each UTF-8 length equally often
+  kUnusual,   // also surrogates and units beyond U+1FFFFF, which do not decode back
+  kMostlyBmp, // mostly ASCII, some of two and three bytes, as most real text
+};
+
+// A unit of each UTF-8 length, or (with kUnusual) one that is encoded but
+// does not decode back.
+wchar_t RandomUnit(std::mt19937& random, Mix mix) {
+  if (mix == Mix::kMostlyBmp) {
+    const auto kind = random() % 8;
+    if (kind > 1)
+      return static_cast<wchar_t>(0x20 + random() % 0x5F);
+    return kind == 0 ? static_cast<wchar_t>(0x80 + random() % 0x780)
+                     : static_cast<wchar_t>(0x800 + random() % 0xD000);
+  }
+  switch (random() % (mix == Mix::kUnusual ? 6 : 4)) {
   case 0:
     return static_cast<wchar_t>(1 + random() % 0x7F);
   case 1:
@@ -196,10 +211,10 @@ wchar_t RandomUnit(std::mt19937& random, bool unusual) {
   }
 }
 
-std::wstring RandomWide(std::mt19937& random, std::size_t length, bool unusual) {
+std::wstring RandomWide(std::mt19937& random, std::size_t length, Mix mix) {
   std::wstring text(length, L'a');
   for (wchar_t& c : text)
-    c = RandomUnit(random, unusual);
+    c = RandomUnit(random, mix);
   return text;
 }
 
@@ -208,62 +223,111 @@ std::string ToUtf8(std::wstring const& text) { return Own(T::UnicodeToUtf8(text.
 TEST(Utf8Blocks, EveryKindOfUnitAtEveryPlaceEncodesUnitByUnit) {
   std::mt19937 random(11);
   for (std::size_t length = 1; length < 200; length += (length < 80 ? 1 : 17))
-    for (bool unusual : {false, true}) {
-      const std::wstring text = RandomWide(random, length, unusual);
+    for (Mix mix : {Mix::kAll, Mix::kUnusual, Mix::kMostlyBmp}) {
+      const std::wstring text = RandomWide(random, length, mix);
       // A single unit is too short for any block path.
       std::string unitwise;
       for (wchar_t c : text)
         unitwise += ToUtf8(std::wstring(1, c));
       const std::string utf8 = ToUtf8(text);
       ASSERT_EQ(utf8, unitwise) << length;
-      if (!unusual) {
+      if (mix != Mix::kUnusual) {
         ASSERT_EQ(FromUtf8(utf8), text) << length;
       }
     }
   // ASCII alone, and long enough for the one-pass array.
   const std::wstring ascii(70000, L'q');
   EXPECT_EQ(ToUtf8(ascii), std::string(70000, 'q'));
-  const std::wstring large = RandomWide(random, 70000, false);
-  EXPECT_EQ(FromUtf8(ToUtf8(large)), large);
+  for (Mix mix : {Mix::kAll, Mix::kMostlyBmp}) {
+    const std::wstring large = RandomWide(random, 70000, mix);
+    EXPECT_EQ(FromUtf8(ToUtf8(large)), large);
+  }
+}
+
+TEST(Utf8Blocks, UnitsAtTheLengthBoundariesEncodeAtEveryPlace) {
+  std::mt19937 random(14);
+  const std::wstring text = RandomWide(random, 70, Mix::kMostlyBmp);
+  const wchar_t boundaries[] = {0x7F,
+                                0x80,
+                                0x7FF,
+                                0x800,
+                                0xD7FF,
+                                0xD800,
+                                0xFFFF,
+                                0x10000,
+                                0x10FFFF,
+                                0x1FFFFF,
+                                0x200000,
+                                static_cast<wchar_t>(0x80000000u),
+                                static_cast<wchar_t>(-1)};
+  for (wchar_t unit : boundaries) {
+    const std::string alone = ToUtf8(std::wstring(1, unit));
+    for (std::size_t at = 0; at <= text.size(); ++at) {
+      const std::wstring with = text.substr(0, at) + unit + text.substr(at);
+      ASSERT_EQ(ToUtf8(with), ToUtf8(text.substr(0, at)) + alone + ToUtf8(text.substr(at)))
+          << std::hex << static_cast<std::uint32_t>(unit) << " at " << std::dec << at;
+    }
+  }
+}
+
+// Texts of a few blocks, with characters of every length, and with none
+// longer than three bytes (which some paths take on their own).
+std::vector<std::wstring> BlockTexts(unsigned seed) {
+  std::mt19937 random(seed);
+  return {RandomWide(random, 60, Mix::kAll), RandomWide(random, 100, Mix::kMostlyBmp)};
 }
 
 TEST(Utf8Blocks, AnInvalidSequenceAnywhereVoidsTheText) {
-  std::mt19937 random(12);
-  const std::string valid = ToUtf8(RandomWide(random, 40, false));
-  ASSERT_GT(valid.size(), 64u);
-  for (std::size_t at = 0; at < valid.size(); ++at) {
-    std::string broken = valid;
-    broken[at] = '\xFF'; // never part of UTF-8
-    ASSERT_EQ(FromUtf8(broken), L"") << at;
-    // Cut before the end of a sequence, or with one sequence's lead taken away.
-    const bool continuation = (static_cast<unsigned char>(valid[at]) & 0xC0) == 0x80;
-    if (continuation) {
-      ASSERT_EQ(FromUtf8(valid.substr(0, at)), L"") << at;
-    } else if (static_cast<unsigned char>(valid[at]) >= 0xC0) {
-      broken[at] = 'a';
+  for (std::wstring const& text : BlockTexts(12)) {
+    const std::string valid = ToUtf8(text);
+    ASSERT_GT(valid.size(), 128u);
+    for (std::size_t at = 0; at < valid.size(); ++at) {
+      std::string broken = valid;
+      broken[at] = '\xFF'; // never part of UTF-8
       ASSERT_EQ(FromUtf8(broken), L"") << at;
+      // Cut before the end of a sequence, or with one sequence's lead taken away.
+      const bool continuation = (static_cast<unsigned char>(valid[at]) & 0xC0) == 0x80;
+      if (continuation) {
+        ASSERT_EQ(FromUtf8(valid.substr(0, at)), L"") << at;
+      } else if (static_cast<unsigned char>(valid[at]) >= 0xC0) {
+        broken[at] = 'a';
+        ASSERT_EQ(FromUtf8(broken), L"") << at;
+      }
+      if (continuation)
+        continue;
+      for (std::string const& sequence : {std::string("\xED\xA0\x80"),          // a surrogate
+                                          std::string("\xED\xBF\xBF"),          // the last one
+                                          std::string("\xF0\x8D\xA0\x80"),      // one, overlong
+                                          std::string("\xF4\x90\x80\x80"),      // beyond U+10FFFF
+                                          std::string("\xF8\x88\x80\x80\x80")}) // 5 bytes
+        ASSERT_EQ(FromUtf8(valid.substr(0, at) + sequence + valid.substr(at)), L"") << at;
+      // Characters next to those stay valid.
+      ASSERT_EQ(FromUtf8(valid.substr(0, at) + "\xED\x9F\xBF\xEE\x80\x80" + valid.substr(at)),
+                FromUtf8(valid.substr(0, at)) + L"\uD7FF\uE000" + FromUtf8(valid.substr(at)))
+          << at;
     }
-    if (continuation)
-      continue;
-    for (std::string const& sequence : {std::string("\xED\xA0\x80"),          // a surrogate
-                                        std::string("\xF4\x90\x80\x80"),      // beyond U+10FFFF
-                                        std::string("\xF8\x88\x80\x80\x80")}) // a 5-byte lead
-      ASSERT_EQ(FromUtf8(valid.substr(0, at) + sequence + valid.substr(at)), L"") << at;
   }
 }
 
 TEST(Utf8Blocks, AnOverlongZeroEndsTheTextWherever) {
-  std::mt19937 random(13);
-  const std::wstring text = RandomWide(random, 40, false);
-  const std::string valid = ToUtf8(text);
-  std::size_t units = 0;
-  for (std::size_t at = 0; at <= valid.size(); ++at) {
-    if (at == valid.size() || (static_cast<unsigned char>(valid[at]) & 0xC0) != 0x80) {
-      const std::string zeroed = valid.substr(0, at) + "\xC0\x80" + valid.substr(at);
-      ASSERT_EQ(FromUtf8(zeroed), text.substr(0, units)) << at;
-      // Invalid bytes after the zero still void the text.
-      ASSERT_EQ(FromUtf8(zeroed + "\x80"), L"") << at;
-      ++units;
+  for (std::wstring const& text : BlockTexts(13)) {
+    const std::string valid = ToUtf8(text);
+    std::size_t units = 0;
+    for (std::size_t at = 0; at <= valid.size(); ++at) {
+      if (at == valid.size() || (static_cast<unsigned char>(valid[at]) & 0xC0) != 0x80) {
+        const std::string zeroed = valid.substr(0, at) + "\xC0\x80" + valid.substr(at);
+        ASSERT_EQ(FromUtf8(zeroed), text.substr(0, units)) << at;
+        // Invalid bytes after the zero still void the text.
+        ASSERT_EQ(FromUtf8(zeroed + "\x80"), L"") << at;
+        // A three-byte zero too, and an overlong form that is not zero.
+        ASSERT_EQ(FromUtf8(valid.substr(0, at) + "\xE0\x80\x80" + valid.substr(at)),
+                  text.substr(0, units))
+            << at;
+        ASSERT_EQ(FromUtf8(valid.substr(0, at) + "\xC1\x81" + valid.substr(at)),
+                  text.substr(0, units) + L"A" + text.substr(units))
+            << at;
+        ++units;
+      }
     }
   }
 }
