@@ -25,7 +25,7 @@ public:
     long long stepKey = 0;
     bool hasStep = true;
     std::vector<Id> dependsOn;
-    std::vector<Id> removesWith; // ids to delete when told of a removal
+    std::vector<Id> removesWith; // ids to delete with this object
 
     unsigned long long GetRegenId() override { return regenId; }
     void CollectRelations(IRelationContext& context) override {
@@ -40,8 +40,9 @@ public:
     IRegenStep* CreateRegenStep(GRegenAtom const&) override { return hasStep ? this : nullptr; }
     void OnRemoveObject(GRemoveObjectContext& context) override {
       model->removalCalls.push_back(id);
-      if (context.GetTargetId() == id)
-        context.MarkRemove(id);
+      if (context.GetTargetId() != id)
+        return;
+      context.MarkRemove(id);
       for (Id other : removesWith)
         context.MarkRemove(other);
     }
