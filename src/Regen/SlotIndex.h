@@ -45,7 +45,7 @@ public:
     Slot& slot = m_slots[Probe(hash, matches)];
     if (slot.value == kNone) {
       ++m_size;
-      slot.hash = hash;
+      slot.hash = static_cast<std::uint32_t>(hash);
     }
     return slot.value;
   }
@@ -61,16 +61,19 @@ public:
   }
 
 private:
+  // The low half of the hash picks the slot and screens out most unequal
+  // keys; eight bytes a slot keep a table of a million atoms small.
   struct Slot {
-    std::size_t hash = 0;
+    std::uint32_t hash = 0;
     std::uint32_t value = kNone;
   };
 
   template <class Matches> std::size_t Probe(std::size_t hash, Matches const& matches) const {
     std::size_t const mask = m_slots.size() - 1;
-    for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+    auto const low = static_cast<std::uint32_t>(hash);
+    for (std::size_t i = low & mask;; i = (i + 1) & mask) {
       Slot const& slot = m_slots[i];
-      if (slot.value == kNone || (slot.hash == hash && matches(slot.value)))
+      if (slot.value == kNone || (slot.hash == low && matches(slot.value)))
         return i;
     }
   }
