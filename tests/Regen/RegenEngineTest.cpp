@@ -14,10 +14,7 @@
 namespace zrn {
 namespace {
 
-using test::Id;
-using test::Model;
-using Ids = std::vector<Id>;
-using IdSet = std::set<Id>;
+using namespace test;
 
 TEST(GRegenEngine, DiamondRunsEachStepOnceAfterEverythingLeadingToIt) {
   Model model;

@@ -8,12 +8,15 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace zrn::test {
 
 using Id = unsigned long long;
+using Ids = std::vector<Id>;
+using IdSet = std::set<Id>;
 constexpr auto kDependsOn = static_cast<GRegenObjectRelation::RelationType>(0);
 
 class Model : public IRegenObjectContainer {
