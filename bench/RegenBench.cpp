@@ -22,12 +22,15 @@
 
 #include <memory>
 #include <random>
+#include <string>
 #include <vector>
 
 namespace {
 
 using Id = unsigned long long;
 constexpr auto kDependsOn = static_cast<zrn::GRegenObjectRelation::RelationType>(0);
+// Hosts name their properties with constants; each atom still copies it.
+std::wstring const kValue = L"value";
 
 class Host : public zrn::IRegenObjectContainer {
 public:
@@ -44,7 +47,7 @@ public:
     }
     bool OnAtomChanged(zrn::GRegenAtom const& atom) override {
       if (atom.TargetId() != id)
-        host->MarkAtom(zrn::GRegenAtom(id, L"value"));
+        host->MarkAtom(zrn::GRegenAtom(id, kValue));
       return atom.TargetId() == id;
     }
     zrn::IRegenStep* CreateRegenStep(zrn::GRegenAtom const&) override { return this; }
@@ -116,11 +119,11 @@ void Regenerate(benchmark::State& state, Shape const& shape, bool perPath = fals
   Host host(shape);
   host.GetRegenEngine().SetPerPathPropagation(perPath);
   zrn::GRegenContext warmUp;
-  host.MarkAtom(zrn::GRegenAtom(0, L"value"));
+  host.MarkAtom(zrn::GRegenAtom(0, kValue));
   host.Regenerate(warmUp);
   for (auto _ : state) {
     zrn::GRegenContext context;
-    host.MarkAtom(zrn::GRegenAtom(0, L"value"));
+    host.MarkAtom(zrn::GRegenAtom(0, kValue));
     host.Regenerate(context);
     if (context.GetRegenedIds().size() != host.objects.size())
       state.SkipWithError("not every object was regenerated");

@@ -15,8 +15,6 @@
 
 namespace zrn::detail {
 
-std::size_t HashAtom(GRegenAtom const& atom);
-
 struct AtomNode {
   enum class State : std::uint8_t {
     Waiting, // attached, not handled yet
@@ -24,10 +22,12 @@ struct AtomNode {
     Done,
   };
 
-  AtomNode(GRegenAtom&& a, std::size_t h) : atom(std::move(a)), hash(h) {}
+  AtomNode(GRegenAtom&& a, std::uint32_t p, std::size_t h)
+      : atom(std::move(a)), hash(h), property(p) {}
 
   GRegenAtom atom;
   std::size_t hash;
+  std::uint32_t property; // the property id, interned: equal texts, equal numbers
   std::uint32_t firstEdge = kNone; // the atom's children, in the order attached
   std::uint32_t lastEdge = kNone;
   State state = State::Waiting;
@@ -45,8 +45,8 @@ struct AtomGraph {
   std::vector<AtomEdge> edges;
   std::vector<std::uint32_t> roots;
 
-  std::uint32_t AddNode(GRegenAtom&& atom, std::size_t hash) {
-    nodes.emplace_back(std::move(atom), hash);
+  std::uint32_t AddNode(GRegenAtom&& atom, std::uint32_t property, std::size_t hash) {
+    nodes.emplace_back(std::move(atom), property, hash);
     return static_cast<std::uint32_t>(nodes.size() - 1);
   }
   void AddEdge(std::uint32_t parent, std::uint32_t child) {

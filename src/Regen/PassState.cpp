@@ -1,49 +1,72 @@
 #include "Regen/PassState.h"
 
+#include <algorithm>
 #include <functional>
 
 namespace zrn::detail {
 
-std::size_t HashAtom(GRegenAtom const& atom) {
-  return MixHash(std::hash<std::wstring>()(atom.PropertyId()) ^
-                 atom.TargetId() * 0x9e3779b97f4a7c15ULL);
+std::uint32_t PassState::Intern(std::wstring const& property) {
+  if (m_lastProperty != kNone && m_properties[m_lastProperty] == property)
+    return m_lastProperty;
+  std::uint32_t& slot =
+      m_propertyIndex.Insert(std::hash<std::wstring>()(property),
+                             [&](std::uint32_t i) { return m_properties[i] == property; });
+  if (slot == kNone) {
+    slot = static_cast<std::uint32_t>(m_properties.size());
+    m_properties.push_back(property);
+  }
+  return m_lastProperty = slot;
+}
+
+PassState::Key PassState::KeyOf(GRegenAtom const& atom) {
+  std::uint32_t const property = Intern(atom.PropertyId());
+  return Key{atom.TargetId(), property, GroupHash(atom.TargetId(), property)};
 }
 
 bool PassState::MarkRoot(GRegenAtom const& atom) {
-  std::size_t const hash = HashAtom(atom);
-  std::uint32_t& slot = m_atoms.Insert(hash, Matches(atom));
+  Key const key = KeyOf(atom);
+  std::uint32_t& slot = m_atoms.Insert(key.hash, Matches(key));
   if (slot != kNone)
     return false;
-  slot = m_graph.AddNode(GRegenAtom(atom), hash);
+  slot = m_graph.AddNode(GRegenAtom(atom), key.property, key.hash);
   m_graph.roots.push_back(slot);
   return true;
 }
 
 PassState::Attached PassState::AttachChild(std::uint32_t parent, GRegenAtom&& atom, bool perPath,
                                            std::uint32_t& met) {
-  std::size_t const hash = HashAtom(atom);
-  AtomNode const& p = m_graph.nodes[parent];
-  if (hash == p.hash && atom.IsEqual(p.atom)) {
+  Key const key = KeyOf(atom);
+  if (Matches(key)(parent)) {
     met = parent;
     return Attached::Same;
   }
   if (perPath) {
-    met = m_atoms.Find(hash, Matches(atom));
+    met = m_atoms.Find(key.hash, Matches(key));
     if (met != kNone && m_graph.nodes[met].state == AtomNode::State::Active)
       return Attached::Cycle;
-    met = m_graph.AddNode(std::move(atom), hash);
+    met = m_graph.AddNode(std::move(atom), key.property, key.hash);
     m_graph.AddEdge(parent, met);
     return Attached::New;
   }
-  std::uint32_t& slot = m_atoms.Insert(hash, Matches(atom));
+  std::uint32_t& slot = m_atoms.Insert(key.hash, Matches(key));
   met = slot;
   if (met != kNone && m_graph.nodes[met].state == AtomNode::State::Active)
     return Attached::Cycle;
   Attached const kind = met == kNone ? Attached::New : Attached::Shared;
   if (met == kNone)
-    slot = met = m_graph.AddNode(std::move(atom), hash);
+    slot = met = m_graph.AddNode(std::move(atom), key.property, key.hash);
   m_graph.AddEdge(parent, met);
   return kind;
+}
+
+// Ids noted in the walk's order would each cost a search of the context's
+// tree; sorted, each goes in at its end.
+void PassState::FlushUpdated(GRegenContext& context) {
+  if (!std::is_sorted(m_updated.begin(), m_updated.end()))
+    std::sort(m_updated.begin(), m_updated.end());
+  for (unsigned long long id : m_updated)
+    context.MarkUpdated(id);
+  m_updated.clear();
 }
 
 bool PassState::NoteCycle(std::uint32_t repeated, std::uint32_t markedBy) {
@@ -52,7 +75,8 @@ bool PassState::NoteCycle(std::uint32_t repeated, std::uint32_t markedBy) {
   std::size_t const key = r.hash ^ MixHash(m.hash);
   auto const [first, last] = m_cycles.equal_range(key);
   for (auto it = first; it != last; ++it)
-    if (Atom(it->second.first).IsEqual(r.atom) && Atom(it->second.second).IsEqual(m.atom))
+    if (Matches(Key{r.atom.TargetId(), r.property, r.hash})(it->second.first) &&
+        Matches(Key{m.atom.TargetId(), m.property, m.hash})(it->second.second))
       return false;
   m_cycles.emplace(key, std::pair(repeated, markedBy));
   return true;
@@ -63,6 +87,10 @@ void PassState::Reset() {
   m_atoms.Clear();
   m_graph.Clear();
   m_cycles.clear();
+  m_updated.clear();
+  m_properties.clear();
+  m_propertyIndex.Clear();
+  m_lastProperty = kNone;
 }
 
 } // namespace zrn::detail

@@ -14,6 +14,7 @@
 #include "Regen/StepOrder.h"
 
 #include <cstdint>
+#include <string>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -66,6 +67,15 @@ public:
   GRegenAtom const& Atom(std::uint32_t node) const { return m_graph.nodes[node].atom; }
   /// Scratch for the dependents of the atom being handled.
   std::vector<Dependent>& Dependents() { return m_dependents; }
+  /// Records `id` as updated; the ids reach the context in one batch, in
+  /// ascending order, when FlushUpdated is called.
+  void NoteUpdated(unsigned long long id) {
+    if (m_updated.empty() || m_updated.back() != id)
+      m_updated.push_back(id);
+  }
+  /// Adds the ids noted since the last call to the context's updated ids.
+  void FlushUpdated(GRegenContext& context);
+
   /// True the first time a cycle (the atom of `repeated` marked while
   /// `markedBy` was handled) is met in this pass.
   bool NoteCycle(std::uint32_t repeated, std::uint32_t markedBy);
@@ -83,26 +93,45 @@ private:
     std::uint32_t edge; // the next child link to follow
   };
 
+  // An atom as the index knows it: its target and interned property id.
+  struct Key {
+    unsigned long long target;
+    std::uint32_t property;
+    std::size_t hash;
+  };
+
   template <class Handle> void Enter(std::uint32_t node, bool perPath, Handle& handle) {
-    if (m_graph.nodes[node].state != AtomNode::State::Waiting)
+    AtomNode& n = m_graph.nodes[node];
+    if (n.state != AtomNode::State::Waiting)
       return;
-    m_graph.nodes[node].state = AtomNode::State::Active;
+    n.state = AtomNode::State::Active;
     if (perPath) // the index then tells, per atom, the node of the path that holds it
-      m_atoms.Insert(m_graph.nodes[node].hash, Matches(m_graph.nodes[node].atom)) = node;
+      m_atoms.Insert(n.hash, Matches(Key{n.atom.TargetId(), n.property, n.hash})) = node;
     if (handle(node))
       m_stack.push_back(Frame{node, m_graph.nodes[node].firstEdge});
     else
       m_graph.nodes[node].state = AtomNode::State::Done;
   }
 
-  auto Matches(GRegenAtom const& atom) const {
-    return [this, &atom](std::uint32_t node) { return m_graph.nodes[node].atom.IsEqual(atom); };
+  Key KeyOf(GRegenAtom const& atom);
+  std::uint32_t Intern(std::wstring const& property);
+  auto Matches(Key const& key) const {
+    return [this, key](std::uint32_t node) {
+      AtomNode const& n = m_graph.nodes[node];
+      return n.property == key.property && n.atom.TargetId() == key.target;
+    };
   }
 
   AtomGraph m_graph;
+  // The property ids met in this pass: most passes meet few, so the last one
+  // found is tried first and the index is seldom asked.
+  std::vector<std::wstring> m_properties;
+  SlotIndex m_propertyIndex;
+  std::uint32_t m_lastProperty = kNone;
   SlotIndex m_atoms; // atoms to nodes: every node when shared, the last entered per path
   std::vector<Frame> m_stack;
   std::vector<Dependent> m_dependents;
+  std::vector<unsigned long long> m_updated;
   std::unordered_multimap<std::size_t, std::pair<std::uint32_t, std::uint32_t>> m_cycles;
   StepOrder m_steps;
 };

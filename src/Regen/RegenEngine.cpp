@@ -61,12 +61,17 @@ private:
 void GRegenEngine::Regenerate(GRegenContext& context) {
   if (m_bPropagating || m_bExecuting)
     return;
-  ScopeExit endPass([this] { EndPass(); });
+  // A callback that throws still leaves the ids updated so far recorded.
+  ScopeExit endPass([this, &context] {
+    m_pPass->FlushUpdated(context);
+    EndPass();
+  });
   m_vecCycles.clear();
   m_bPropagating = true;
-  Propagate(context);
+  Propagate();
   m_bPropagating = false;
   m_vecPending.clear();
+  m_pPass->FlushUpdated(context);
   RunSteps(context);
 }
 
@@ -76,11 +81,11 @@ void GRegenEngine::EndPass() {
   m_vecPending.clear();
 }
 
-void GRegenEngine::Propagate(GRegenContext& context) {
-  m_pPass->Walk(m_bPerPath, [&](unsigned node) { return HandleAtom(node, context); });
+void GRegenEngine::Propagate() {
+  m_pPass->Walk(m_bPerPath, [this](unsigned node) { return HandleAtom(node); });
 }
 
-bool GRegenEngine::HandleAtom(unsigned node, GRegenContext& context) {
+bool GRegenEngine::HandleAtom(unsigned node) {
   unsigned long long const target = m_pPass->Atom(node).TargetId();
   if (m_setRemoved.contains(target))
     return false;
@@ -88,9 +93,9 @@ bool GRegenEngine::HandleAtom(unsigned node, GRegenContext& context) {
   if (!object)
     return false;
   if (object->OnAtomChanged(m_pPass->Atom(node)))
-    context.MarkUpdated(target);
+    m_pPass->NoteUpdated(target);
   object.reset();
-  NotifyDependents(node, context);
+  NotifyDependents(node);
   AttachPending(node);
   return true;
 }
@@ -107,7 +112,7 @@ bool StillDependsOn(IRegenableObject& dependent, unsigned long long target) {
 
 // The dependents are copied out first: callbacks may change the database.
 // Passes do not nest, so one buffer serves every node.
-void GRegenEngine::NotifyDependents(unsigned node, GRegenContext& context) {
+void GRegenEngine::NotifyDependents(unsigned node) {
   GRegenObjectRelationDb& db = *m_pContainer->GetRelationDb();
   GRegenAtom const& atom = m_pPass->Atom(node);
   unsigned long long const target = atom.TargetId();
@@ -126,7 +131,7 @@ void GRegenEngine::NotifyDependents(unsigned node, GRegenContext& context) {
     if (!dependent || !StillDependsOn(*dependent, target))
       stale[kind].insert(id);
     else if (dependent->OnAtomChanged(atom))
-      context.MarkUpdated(target);
+      m_pPass->NoteUpdated(target);
   }
   if (!stale.empty())
     if (GRegenObjectRelation* current = db.GetRelations(target))

@@ -40,7 +40,7 @@ void StepOrder::FindSteps(AtomGraph const& graph, IRegenObjectContainer& contain
     unsigned long long const id = object->GetRegenId();
     long long const key = step->GetStepKey();
     std::uint32_t& slot = m_identityIndex.Insert(
-        MixHash(id * 0x9e3779b97f4a7c15ULL ^ static_cast<std::uint64_t>(key)),
+        GroupHash(id, static_cast<std::uint64_t>(key)),
         [&](std::uint32_t i) {
           return m_identities[i].object == id && m_identities[i].key == key;
         });

@@ -83,9 +83,9 @@ public:
   bool IsExecuting() const { return m_bExecuting; }
 
 private:
-  void Propagate(GRegenContext& context);
-  bool HandleAtom(unsigned node, GRegenContext& context);
-  void NotifyDependents(unsigned node, GRegenContext& context);
+  void Propagate();
+  bool HandleAtom(unsigned node);
+  void NotifyDependents(unsigned node);
   void AttachPending(unsigned node);
   void ReportCycle(unsigned repeated, unsigned markedBy);
   void RunSteps(GRegenContext& context);
