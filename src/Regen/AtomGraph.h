@@ -22,8 +22,15 @@ struct AtomNode {
     Done,
   };
 
-  AtomNode(GRegenAtom&& a, std::uint32_t p, std::size_t h)
-      : atom(std::move(a)), hash(h), property(p) {}
+  AtomNode(GRegenAtom const& a, std::uint32_t p, std::size_t h) : atom(a), hash(h), property(p) {}
+  /// Makes this a fresh node for `a`; the atom is assigned, keeping its buffer.
+  void Assign(GRegenAtom const& a, std::uint32_t p, std::size_t h) {
+    atom = a;
+    hash = h;
+    property = p;
+    firstEdge = lastEdge = kNone;
+    state = State::Waiting;
+  }
 
   GRegenAtom atom;
   std::size_t hash;
@@ -38,16 +45,50 @@ struct AtomEdge {
   std::uint32_t next; // the next edge of the same parent
 };
 
+/// Atoms that outlive clear(): an atom added later is assigned over one left
+/// from before, so its property text reuses that atom's buffer, and a pass no
+/// larger than an earlier one allocates nothing for its atoms. A list much
+/// larger than its last use lets go of its memory.
+template <class T> class ReusedList {
+public:
+  std::size_t size() const { return m_count; }
+  bool empty() const { return m_count == 0; }
+  T& operator[](std::size_t i) { return m_store[i]; }
+  T const& operator[](std::size_t i) const { return m_store[i]; }
+
+  /// Adds an element: `reuse(element)` overwrites one left from before, or
+  /// `make()` returns a new one.
+  template <class Reuse, class Make> std::uint32_t Add(Reuse&& reuse, Make&& make) {
+    if (m_count < m_store.size())
+      reuse(m_store[m_count]);
+    else
+      m_store.push_back(make());
+    return static_cast<std::uint32_t>(m_count++);
+  }
+  void clear() {
+    if (8 * m_count < m_store.size() && m_store.size() > 4096) {
+      m_store.clear();
+      m_store.shrink_to_fit();
+    }
+    m_count = 0;
+  }
+
+private:
+  std::vector<T> m_store;
+  std::size_t m_count = 0;
+};
+
 /// The nodes, their child links and the root list of a pass. The graph is
 /// acyclic: a link to an atom still being handled is never made.
 struct AtomGraph {
-  std::vector<AtomNode> nodes;
+  ReusedList<AtomNode> nodes;
   std::vector<AtomEdge> edges;
   std::vector<std::uint32_t> roots;
+  bool forest = true; // no atom was linked to twice (as a root and a child, or two children)
 
-  std::uint32_t AddNode(GRegenAtom&& atom, std::uint32_t property, std::size_t hash) {
-    nodes.emplace_back(std::move(atom), property, hash);
-    return static_cast<std::uint32_t>(nodes.size() - 1);
+  std::uint32_t AddNode(GRegenAtom const& atom, std::uint32_t property, std::size_t hash) {
+    return nodes.Add([&](AtomNode& n) { n.Assign(atom, property, hash); },
+                     [&] { return AtomNode(atom, property, hash); });
   }
   void AddEdge(std::uint32_t parent, std::uint32_t child) {
     edges.push_back(AtomEdge{child, kNone});
@@ -60,6 +101,7 @@ struct AtomGraph {
     nodes.clear();
     edges.clear();
     roots.clear();
+    forest = true;
   }
 };
 

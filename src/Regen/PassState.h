@@ -39,7 +39,15 @@ public:
   /// child. Shared: an atom met before gets a link to its node. Per path: it
   /// gets a node of its own unless it is being handled (a cycle). `met` is
   /// the node attached or, for a cycle, the node that holds the atom.
-  Attached AttachChild(std::uint32_t parent, GRegenAtom&& atom, bool perPath, std::uint32_t& met);
+  Attached AttachChild(std::uint32_t parent, GRegenAtom const& atom, bool perPath,
+                       std::uint32_t& met);
+
+  /// The atoms marked while the current atom is handled, in order.
+  void AddPending(GRegenAtom const& atom) {
+    m_pending.Add([&](GRegenAtom& a) { a = atom; }, [&] { return atom; });
+  }
+  ReusedList<GRegenAtom> const& Pending() const { return m_pending; }
+  void ClearPending() { m_pending.clear(); }
 
   /// Walks the graph depth first from the roots without recursion, calling
   /// `handle(node)` when a node is first reached; `handle` attaches the
@@ -129,9 +137,11 @@ private:
   SlotIndex m_propertyIndex;
   std::uint32_t m_lastProperty = kNone;
   SlotIndex m_atoms; // atoms to nodes: every node when shared, the last entered per path
+  ReusedList<GRegenAtom> m_pending;
   std::vector<Frame> m_stack;
   std::vector<Dependent> m_dependents;
   std::vector<unsigned long long> m_updated;
+  std::vector<std::uint64_t> m_bitmap; // sorts the updated ids of a dense range
   std::unordered_multimap<std::size_t, std::pair<std::uint32_t, std::uint32_t>> m_cycles;
   StepOrder m_steps;
 };

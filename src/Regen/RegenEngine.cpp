@@ -36,7 +36,7 @@ void GRegenEngine::MarkAtom(GRegenAtom const& atom) {
   if (m_bExecuting)
     return;
   if (m_bPropagating)
-    m_vecPending.push_back(atom);
+    m_pPass->AddPending(atom);
   else
     m_pPass->MarkRoot(atom);
 }
@@ -70,7 +70,7 @@ void GRegenEngine::Regenerate(GRegenContext& context) {
   m_bPropagating = true;
   Propagate();
   m_bPropagating = false;
-  m_vecPending.clear();
+  m_pPass->ClearPending();
   m_pPass->FlushUpdated(context);
   RunSteps(context);
 }
@@ -78,7 +78,6 @@ void GRegenEngine::Regenerate(GRegenContext& context) {
 void GRegenEngine::EndPass() {
   m_bPropagating = m_bExecuting = false;
   m_pPass->Reset();
-  m_vecPending.clear();
 }
 
 void GRegenEngine::Propagate() {
@@ -141,13 +140,14 @@ void GRegenEngine::NotifyDependents(unsigned node) {
 // Atoms marked while a node was handled become its children, unless equal to
 // the node's atom or to one being handled up the path (a cycle).
 void GRegenEngine::AttachPending(unsigned node) {
-  for (GRegenAtom& atom : m_vecPending) {
+  auto const& pending = m_pPass->Pending();
+  for (std::size_t i = 0; i < pending.size(); ++i) {
     std::uint32_t met;
-    if (m_pPass->AttachChild(node, std::move(atom), m_bPerPath, met) ==
+    if (m_pPass->AttachChild(node, pending[i], m_bPerPath, met) ==
         detail::PassState::Attached::Cycle)
       ReportCycle(met, node);
   }
-  m_vecPending.clear();
+  m_pPass->ClearPending();
 }
 
 void GRegenEngine::ReportCycle(unsigned repeated, unsigned markedBy) {

@@ -10,6 +10,10 @@ void StepOrder::Plan(AtomGraph const& graph, IRegenObjectContainer& container) {
   m_run.clear();
   if (m_identities.empty())
     return;
+  if (graph.forest && m_bOneAtomPerStep) {
+    OrderForest(graph);
+    return;
+  }
   DropCycleLinks(graph);
   ComputeRounds(graph);
   OrderFirstRound(graph);
@@ -31,6 +35,7 @@ void StepOrder::FindSteps(AtomGraph const& graph, IRegenObjectContainer& contain
   m_nextOfIdentity.assign(count, kNone);
   m_steps.assign(count, nullptr);
   m_objects.resize(count);
+  m_bOneAtomPerStep = true;
   for (std::uint32_t node = 0; node < count; ++node) {
     GRegenAtom const& atom = graph.nodes[node].atom;
     std::shared_ptr<IRegenableObject> object = container.FindObject(atom.TargetId());
@@ -48,12 +53,54 @@ void StepOrder::FindSteps(AtomGraph const& graph, IRegenObjectContainer& contain
       slot = IdentityCount();
       m_identities.push_back(Identity{id, key, node, node});
     } else {
+      m_bOneAtomPerStep = false;
       m_nextOfIdentity[m_identities[slot].lastNode] = node;
       m_identities[slot].lastNode = node;
     }
     m_identityOf[node] = slot;
     m_steps[node] = step;
     m_objects[node] = std::move(object);
+  }
+}
+
+// In a forest whose steps each belong to one atom, a step's round is the
+// number of steps above it and its only owner is the nearest step above it,
+// so the rounds are a breadth-first walk over the steps: the steps below the
+// roots, then those below each step in turn, each group in the order a
+// depth-first walk through step-less atoms meets them.
+void StepOrder::OrderForest(AtomGraph const& graph) {
+  for (std::uint32_t root : graph.roots) {
+    std::uint32_t const identity = m_identityOf[root];
+    if (identity == kNone) {
+      TakeStepsBelow(graph, graph.nodes[root].firstEdge);
+    } else {
+      m_identities[identity].primary = root;
+      m_run.push_back(identity);
+    }
+  }
+  for (std::size_t i = 0; i < m_run.size(); ++i)
+    TakeStepsBelow(graph, graph.nodes[m_identities[m_run[i]].primary].firstEdge);
+  assert(m_run.size() == m_identities.size() && "every step is placed once");
+}
+
+// Appends the nearest steps below the links from `firstEdge` on, depth first.
+void StepOrder::TakeStepsBelow(AtomGraph const& graph, std::uint32_t firstEdge) {
+  m_edges.assign(1, firstEdge);
+  while (!m_edges.empty()) {
+    std::uint32_t const edge = m_edges.back();
+    if (edge == kNone) {
+      m_edges.pop_back();
+      continue;
+    }
+    std::uint32_t const node = graph.edges[edge].to;
+    m_edges.back() = graph.edges[edge].next;
+    std::uint32_t const identity = m_identityOf[node];
+    if (identity == kNone) {
+      m_edges.push_back(graph.nodes[node].firstEdge);
+    } else {
+      m_identities[identity].primary = node;
+      m_run.push_back(identity);
+    }
   }
 }
 

@@ -28,7 +28,9 @@ namespace zrn::detail {
 /// follow their owners' order, and among one owner's, the order in which a
 /// depth-first walk from the owner first meets them. A step runs with the
 /// atom through which it was first met (its last root atom in round 0).
-/// Everything takes time linear in atoms and links.
+/// Everything takes time linear in atoms and links. When the atoms form a
+/// forest and each step belongs to one atom, all of this comes down to a
+/// breadth-first walk over the steps, which is taken directly.
 class StepOrder {
 public:
   /// Finds the steps of `graph`'s atoms and orders them.
@@ -56,6 +58,8 @@ private:
   enum : std::uint8_t { kUnseen, kOnStack, kFinished };
 
   void FindSteps(AtomGraph const& graph, IRegenObjectContainer& container);
+  void OrderForest(AtomGraph const& graph);
+  void TakeStepsBelow(AtomGraph const& graph, std::uint32_t firstEdge);
   void DropCycleLinks(AtomGraph const& graph);
   void ComputeRounds(AtomGraph const& graph);
   void OrderFirstRound(AtomGraph const& graph);
@@ -73,6 +77,7 @@ private:
   bool Advance(AtomGraph const& graph, Cursor& cursor, std::uint32_t& edge) const;
 
   std::vector<Identity> m_identities;
+  bool m_bOneAtomPerStep = true;
   SlotIndex m_identityIndex;
   // Per atom.
   std::vector<std::uint32_t> m_identityOf;
@@ -89,6 +94,7 @@ private:
   std::vector<Cursor> m_stack;
   std::vector<std::uint32_t> m_finished;
   std::vector<std::uint32_t> m_pending;
+  std::vector<std::uint32_t> m_edges;
   std::vector<std::pair<std::size_t, std::size_t>> m_segments;
 };
 

@@ -95,8 +95,7 @@ private:
   bool m_bPropagating = false;
   bool m_bExecuting = false;
   bool m_bPerPath = false;
-  std::unique_ptr<detail::PassState> m_pPass;
-  std::vector<GRegenAtom> m_vecPending;
+  std::unique_ptr<detail::PassState> m_pPass; // also the atoms marked while one is handled
   IRegenObjectContainer* m_pContainer;
   std::set<unsigned long long> m_setRemoved;
   std::unique_ptr<detail::RemovalQueue> m_pRemovals;
