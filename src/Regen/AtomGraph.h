@@ -66,7 +66,7 @@ public:
     return static_cast<std::uint32_t>(m_count++);
   }
   void clear() {
-    if (8 * m_count < m_store.size() && m_store.size() > 4096) {
+    if (m_count != 0 && 8 * m_count < m_store.size() && m_store.size() > 4096) {
       m_store.clear();
       m_store.shrink_to_fit();
     }
