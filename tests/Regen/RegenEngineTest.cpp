@@ -10,6 +10,8 @@
 #include <random>
 #include <set>
 #include <sstream>
+#include <stdexcept>
+#include <string>
 
 namespace zrn {
 namespace {
@@ -141,6 +143,109 @@ TEST(GRegenEngine, MarksDuringExecutionAreIgnoredAndNestedPassesDoNothing) {
   EXPECT_EQ(model.executed, (Ids{1}));
   model.Regenerate(context); // nothing was marked during execution
   EXPECT_EQ(model.executed, (Ids{1}));
+}
+
+// A tree walked depth first meets its ids out of order; the context still
+// gets every updated id, whether the ids are dense or far apart, next to
+// those of earlier passes, and also when a callback ends the pass by throwing.
+TEST(GRegenEngine, UpdatedIdsAreAllRecordedWhateverTheirOrderAndRange) {
+  for (Id spacing : {Id{1}, Id{1'000'000'007}}) {
+    Model model;
+    std::mt19937 random(3);
+    std::vector<Id> ids{5 * spacing};
+    model.Add(ids[0]);
+    for (Id k = 1; k < 300; ++k) { // each object uses a random one made before
+      ids.push_back((k * 37 % 301 + 5) * spacing);
+      model.Add(ids.back(), {ids[random() % k]});
+    }
+    GRegenContext context;
+    context.MarkUpdated(2 * spacing); // from an earlier pass
+    model.Mark(ids[0]);
+    model.Regenerate(context);
+    IdSet expected(ids.begin(), ids.end());
+    expected.insert(2 * spacing);
+    EXPECT_EQ(context.GetUpdatedIds(), expected) << spacing;
+  }
+
+  struct Throwing : Model::Object {
+    bool OnAtomChanged(GRegenAtom const& atom) override {
+      if (atom.TargetId() == id)
+        throw std::runtime_error("host failure");
+      return Model::Object::OnAtomChanged(atom);
+    }
+  };
+  Model model;
+  for (Id id : {9, 3, 7})
+    model.Add(id, id == 9 ? Ids{} : Ids{9});
+  auto thrower = std::make_shared<Throwing>();
+  thrower->model = &model;
+  thrower->id = thrower->regenId = 1;
+  thrower->dependsOn = {7};
+  model.objects[1] = thrower;
+  GCollectRelationContext collect(*model.GetRelationDb());
+  thrower->CollectRelations(collect);
+  model.Mark(9);
+  GRegenContext context;
+  EXPECT_THROW(model.Regenerate(context), std::runtime_error);
+  EXPECT_EQ(context.GetUpdatedIds(), (IdSet{3, 7, 9}));
+  model.objects.erase(1);
+  model.Mark(3); // the engine is ready for the next pass
+  GRegenContext next;
+  model.Regenerate(next);
+  EXPECT_EQ(next.GetRegenedIds(), (IdSet{3}));
+}
+
+// Atoms of one pass reuse those of the pass before: each callback must still
+// see the property text of its own atom, longer or shorter than before.
+TEST(GRegenEngine, EveryPassSeesItsOwnPropertyTexts) {
+  struct Chain : IRegenObjectContainer {
+    struct Link : IRegenableObject, IRegenStep {
+      Chain* chain = nullptr;
+      Id id = 0;
+      unsigned long long GetRegenId() override { return id; }
+      void CollectRelations(IRelationContext& context) override {
+        if (id != 0)
+          context.AddRelation(id, id - 1, kDependsOn);
+      }
+      bool OnAtomChanged(GRegenAtom const& atom) override {
+        if (atom.TargetId() != id && atom.PropertyId() == chain->Property(atom.TargetId()))
+          chain->MarkAtom(GRegenAtom(id, chain->Property(id)));
+        return false;
+      }
+      IRegenStep* CreateRegenStep(GRegenAtom const&) override { return this; }
+      void OnRemoveObject(GRemoveObjectContext&) override {}
+      long long GetStepKey() override { return 0; }
+      void Execute(IRegenableObject*, GRegenAtom const& atom) override {
+        chain->seen += atom.PropertyId() == chain->Property(atom.TargetId());
+      }
+    };
+    std::shared_ptr<IRegenableObject> FindObject(unsigned long long id) override {
+      return id < links.size() ? links[id] : nullptr;
+    }
+    void DeleteObject(unsigned long long) override {}
+    std::wstring Property(Id id) const { return std::wstring(id % 3 * length, L'p') + L"!"; }
+
+    std::vector<std::shared_ptr<Link>> links;
+    std::size_t length = 0;
+    std::size_t seen = 0;
+  } chain;
+  GCollectRelationContext collect(*chain.GetRelationDb());
+  for (Id id = 0; id < 9000; ++id) {
+    chain.links.push_back(std::make_shared<Chain::Link>());
+    chain.links.back()->chain = &chain;
+    chain.links.back()->id = id;
+    chain.links.back()->CollectRelations(collect);
+  }
+  // Long texts, short ones, one atom (the reused ones let go), long again.
+  for (std::size_t length : {40, 1, 0, 200}) {
+    chain.length = length;
+    chain.seen = 0;
+    Id const root = length == 0 ? 8999 : 0;
+    chain.MarkAtom(GRegenAtom(root, chain.Property(root)));
+    GRegenContext context;
+    chain.Regenerate(context);
+    EXPECT_EQ(chain.seen, 9000 - root) << length;
+  }
 }
 
 TEST(GRegenEngine, LongChainNeedsNoDeepStack) {
