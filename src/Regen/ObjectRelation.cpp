@@ -80,11 +80,17 @@ void GRemoveRelationContext::AddRelation(unsigned long long const& first,
 
 void GQueryRelationContext::AddRelation(unsigned long long const&, unsigned long long const& second,
                                         GRegenObjectRelation::RelationType) {
-  m_vecDependedOn.push_back(second);
+  if (m_nDependedOn < kInlineIds)
+    m_arrDependedOn[m_nDependedOn++] = second;
+  else
+    m_vecMoreDependedOn.push_back(second);
 }
 
 bool GQueryRelationContext::IsIdExist(unsigned long long const& id) const {
-  return std::find(m_vecDependedOn.begin(), m_vecDependedOn.end(), id) != m_vecDependedOn.end();
+  unsigned long long const* const end = m_arrDependedOn + m_nDependedOn;
+  return std::find(m_arrDependedOn, end, id) != end ||
+         std::find(m_vecMoreDependedOn.begin(), m_vecMoreDependedOn.end(), id) !=
+             m_vecMoreDependedOn.end();
 }
 
 } // namespace zrn

@@ -1,9 +1,12 @@
+#include <zrn/Profile/GLog/LogManager.h>
 #include <zrn/Regen/RegenEngine.h>
 #include <zrn/Regen/RegenObject.h>
 
-#include "Regen/AtomTree.h"
-#include "Regen/StepPlan.h"
+#include "Regen/PassState.h"
+#include "Regen/RemovalQueue.h"
 
+#include <algorithm>
+#include <sstream>
 #include <utility>
 
 namespace zrn {
@@ -24,27 +27,24 @@ void IRegenObjectContainer::MarkAtom(GRegenAtom const& atom) { m_pEngine->MarkAt
 void IRegenObjectContainer::RemoveObject(unsigned long long id) { m_pEngine->RemoveObject(id); }
 
 GRegenEngine::GRegenEngine(IRegenObjectContainer* container)
-    : m_pAtoms(std::make_unique<AtomTrees>(*container)), m_pContainer(container) {}
+    : m_pPass(std::make_unique<detail::PassState>()), m_pContainer(container),
+      m_pRemovals(std::make_unique<detail::RemovalQueue>()) {}
 
 GRegenEngine::~GRegenEngine() = default;
 
 void GRegenEngine::MarkAtom(GRegenAtom const& atom) {
   if (m_bExecuting)
     return;
-  if (m_bPropagating) {
-    m_vecPending.push_back(atom);
-    return;
-  }
-  std::size_t const hash = HashAtom(atom);
-  if (m_pAtoms->rootAtoms.Find(HashedAtom{hash, &atom}))
-    return;
-  m_pAtoms->rootAtoms.Set(m_pAtoms->AddChild(nullptr, atom, hash));
+  if (m_bPropagating)
+    m_pPass->AddPending(atom);
+  else
+    m_pPass->MarkRoot(atom);
 }
 
 namespace {
 
-// Clears the engine's pass state however the pass ends, so that a callback
-// that throws does not leave the engine believing a pass is still running.
+// Runs `f` however the scope ends, so that a callback that throws does not
+// leave the engine believing that a pass or a removal is still running.
 template <class F> class ScopeExit {
 public:
   explicit ScopeExit(F f) : m_f(std::move(f)) {}
@@ -61,57 +61,40 @@ private:
 void GRegenEngine::Regenerate(GRegenContext& context) {
   if (m_bPropagating || m_bExecuting)
     return;
-  ScopeExit endPass([this] { EndPass(); });
+  // A callback that throws still leaves the ids updated so far recorded.
+  ScopeExit endPass([this, &context] {
+    m_pPass->FlushUpdated(context);
+    EndPass();
+  });
+  m_vecCycles.clear();
   m_bPropagating = true;
-  Propagate(context);
+  Propagate();
   m_bPropagating = false;
-  m_vecPending.clear();
+  m_pPass->ClearPending();
+  m_pPass->FlushUpdated(context);
   RunSteps(context);
 }
 
 void GRegenEngine::EndPass() {
   m_bPropagating = m_bExecuting = false;
-  m_pAtoms->Clear();
-  m_vecPending.clear();
+  m_pPass->Reset();
 }
 
-// Depth first over the atom trees without recursion. The atoms of the
-// current path are found through a hash index, so the test that breaks
-// cycles costs the same at any depth.
-void GRegenEngine::Propagate(GRegenContext& context) {
-  AtomIndex& path = m_pAtoms->path;
-  path.Clear();
-  std::vector<AtomTrees::Frame>& stack = m_pAtoms->stack;
-  stack.assign(1, {m_pAtoms->firstRoot, nullptr});
-  while (!stack.empty()) {
-    GRegenAtomNode* node = stack.back().next;
-    if (!node) {
-      if (stack.back().owner)
-        stack.back().owner->onPath = false;
-      stack.pop_back();
-      continue;
-    }
-    stack.back().next = node->next;
-    node->onPath = true;
-    path.Set(node);
-    if (HandleAtom(*node, context) && node->firstChild)
-      stack.push_back({node->firstChild, node});
-    else
-      node->onPath = false;
-  }
+void GRegenEngine::Propagate() {
+  m_pPass->Walk(m_bPerPath, [this](unsigned node) { return HandleAtom(node); });
 }
 
-bool GRegenEngine::HandleAtom(GRegenAtomNode& node, GRegenContext& context) {
-  unsigned long long const target = node.atom.TargetId();
+bool GRegenEngine::HandleAtom(unsigned node) {
+  unsigned long long const target = m_pPass->Atom(node).TargetId();
   if (m_setRemoved.contains(target))
     return false;
   std::shared_ptr<IRegenableObject> object = m_pContainer->FindObject(target);
   if (!object)
     return false;
-  if (object->OnAtomChanged(node.atom))
-    context.MarkUpdated(target);
+  if (object->OnAtomChanged(m_pPass->Atom(node)))
+    m_pPass->NoteUpdated(target);
   object.reset();
-  NotifyDependents(node.atom, context);
+  NotifyDependents(node);
   AttachPending(node);
   return true;
 }
@@ -128,13 +111,14 @@ bool StillDependsOn(IRegenableObject& dependent, unsigned long long target) {
 
 // The dependents are copied out first: callbacks may change the database.
 // Passes do not nest, so one buffer serves every node.
-void GRegenEngine::NotifyDependents(GRegenAtom const& atom, GRegenContext& context) {
+void GRegenEngine::NotifyDependents(unsigned node) {
   GRegenObjectRelationDb& db = *m_pContainer->GetRelationDb();
+  GRegenAtom const& atom = m_pPass->Atom(node);
   unsigned long long const target = atom.TargetId();
   GRegenObjectRelation const* entry = db.GetRelations(target);
   if (!entry)
     return;
-  auto& dependents = m_pAtoms->dependents;
+  auto& dependents = m_pPass->Dependents();
   dependents.clear();
   for (auto const& [kind, ids] : *entry)
     for (unsigned long long id : ids)
@@ -146,7 +130,7 @@ void GRegenEngine::NotifyDependents(GRegenAtom const& atom, GRegenContext& conte
     if (!dependent || !StillDependsOn(*dependent, target))
       stale[kind].insert(id);
     else if (dependent->OnAtomChanged(atom))
-      context.MarkUpdated(target);
+      m_pPass->NoteUpdated(target);
   }
   if (!stale.empty())
     if (GRegenObjectRelation* current = db.GetRelations(target))
@@ -154,23 +138,34 @@ void GRegenEngine::NotifyDependents(GRegenAtom const& atom, GRegenContext& conte
 }
 
 // Atoms marked while a node was handled become its children, unless equal to
-// the node's atom or an ancestor's.
-void GRegenEngine::AttachPending(GRegenAtomNode& node) {
-  for (GRegenAtom& atom : m_vecPending) {
-    std::size_t const hash = atom.IsEqual(node.atom) ? node.hash : HashAtom(atom);
-    GRegenAtomNode const* equal = m_pAtoms->path.Find(HashedAtom{hash, &atom});
-    if (!equal || !equal->onPath)
-      m_pAtoms->AddChild(&node, std::move(atom), hash);
+// the node's atom or to one being handled up the path (a cycle).
+void GRegenEngine::AttachPending(unsigned node) {
+  auto const& pending = m_pPass->Pending();
+  for (std::size_t i = 0; i < pending.size(); ++i) {
+    std::uint32_t met;
+    if (m_pPass->AttachChild(node, pending[i], m_bPerPath, met) ==
+        detail::PassState::Attached::Cycle)
+      ReportCycle(met, node);
   }
-  m_vecPending.clear();
+  m_pPass->ClearPending();
+}
+
+void GRegenEngine::ReportCycle(unsigned repeated, unsigned markedBy) {
+  if (!m_pPass->NoteCycle(repeated, markedBy))
+    return;
+  GRegenCycle const& cycle =
+      m_vecCycles.emplace_back(GRegenCycle{m_pPass->Atom(repeated), m_pPass->Atom(markedBy)});
+  std::wostringstream line;
+  line << L"regeneration cycle: object " << cycle.repeated.TargetId() << L" property \""
+       << cycle.repeated.PropertyId() << L"\" was marked again by object "
+       << cycle.markedBy.TargetId() << L" property \"" << cycle.markedBy.PropertyId() << L"\"";
+  CSingleton<CLogManager>::GetInstance().Log(line.str(), LOG_LEVEL_TRIVIAL);
 }
 
 void GRegenEngine::RunSteps(GRegenContext& context) {
   m_bExecuting = true;
-  GRegenStepPlan& plan = m_pAtoms->plan;
-  plan.BuildForest(m_pAtoms->firstRoot, m_pAtoms->pool.size());
-  plan.PlaceAll();
-  plan.Execute(context);
+  m_pPass->PlanSteps(*m_pContainer);
+  m_pPass->ExecuteSteps(context);
   EndPass();
   RefreshRelations(context);
   for (unsigned long long id : m_setRemoved)
@@ -190,6 +185,26 @@ void GRegenEngine::RefreshRelations(GRegenContext& context) {
   }
 }
 
+namespace {
+
+// The object, then its dependents, say what goes with it; then it goes.
+void RunRemoval(IRegenObjectContainer& container, detail::RemovalQueue const& queue,
+                detail::RemovalQueue::Removal& removal) {
+  GRemoveObjectContext context(removal.id);
+  removal.object->OnRemoveObject(context);
+  removal.object.reset();
+  for (std::size_t i = removal.firstDependent; i != removal.endDependent; ++i)
+    if (std::shared_ptr<IRegenableObject> dependent = container.FindObject(queue.Dependent(i)))
+      dependent->OnRemoveObject(context);
+  for (unsigned long long doomed : context.GetIdsToRemove())
+    container.DeleteObject(doomed);
+}
+
+} // namespace
+
+// The lookups happen at once, the callbacks in the removal's turn: a removal
+// started from a callback of another waits until that one's DeleteObject
+// calls are done, so removals never nest.
 void GRegenEngine::RemoveObject(unsigned long long id) {
   if (m_setRemoved.contains(id))
     return;
@@ -201,20 +216,22 @@ void GRegenEngine::RemoveObject(unsigned long long id) {
   GRemoveRelationContext removeRelations(db, unused);
   object->CollectRelations(removeRelations);
 
-  std::set<unsigned long long> dependents;
+  std::vector<unsigned long long>& dependents = m_pRemovals->Scratch();
+  dependents.clear();
   if (GRegenObjectRelation* entry = db.GetRelations(id)) {
-    entry->GetAllRelations(dependents);
+    for (auto const& kind : *entry)
+      dependents.insert(dependents.end(), kind.second.begin(), kind.second.end());
     db.RemoveRelation(id);
   }
   m_setRemoved.insert(id);
+  m_pRemovals->Push(id, std::move(object), dependents);
+  if (m_pRemovals->IsRunning())
+    return;
 
-  GRemoveObjectContext removal(id);
-  object->OnRemoveObject(removal);
-  for (unsigned long long dependentId : dependents)
-    if (std::shared_ptr<IRegenableObject> dependent = m_pContainer->FindObject(dependentId))
-      dependent->OnRemoveObject(removal);
-  for (unsigned long long doomed : removal.GetIdsToRemove())
-    m_pContainer->DeleteObject(doomed);
+  m_pRemovals->SetRunning(true);
+  ScopeExit stop([this] { m_pRemovals->Clear(); });
+  for (detail::RemovalQueue::Removal removal; m_pRemovals->Pop(removal);)
+    RunRemoval(*m_pContainer, *m_pRemovals, removal);
 }
 
 } // namespace zrn

@@ -64,6 +64,11 @@ TEST(RelationContexts, DecideWhatReportsDo) {
   query.AddRelation(1, 2, kShape);
   EXPECT_TRUE(query.IsIdExist(2));
   EXPECT_FALSE(query.IsIdExist(1)); // the first id is not recorded
+  for (unsigned long long id = 10; id < 20; ++id) // more than the context holds inline
+    query.AddRelation(1, id, kShape);
+  for (unsigned long long id : {2ULL, 10ULL, 12ULL, 13ULL, 19ULL})
+    EXPECT_TRUE(query.IsIdExist(id)) << id;
+  EXPECT_FALSE(query.IsIdExist(20));
 
   GRemoveObjectContext removal(7);
   removal.MarkRemove(9);

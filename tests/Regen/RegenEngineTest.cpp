@@ -1,5 +1,7 @@
 #include "Regen/RegenTestModel.h"
 
+#include <zrn/Profile/GLog/LogManager.h>
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -7,14 +9,14 @@
 #include <list>
 #include <random>
 #include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
 
 namespace zrn {
 namespace {
 
-using test::Id;
-using test::Model;
-using Ids = std::vector<Id>;
-using IdSet = std::set<Id>;
+using namespace test;
 
 TEST(GRegenEngine, DiamondRunsEachStepOnceAfterEverythingLeadingToIt) {
   Model model;
@@ -143,6 +145,109 @@ TEST(GRegenEngine, MarksDuringExecutionAreIgnoredAndNestedPassesDoNothing) {
   EXPECT_EQ(model.executed, (Ids{1}));
 }
 
+// A tree walked depth first meets its ids out of order; the context still
+// gets every updated id, whether the ids are dense or far apart, next to
+// those of earlier passes, and also when a callback ends the pass by throwing.
+TEST(GRegenEngine, UpdatedIdsAreAllRecordedWhateverTheirOrderAndRange) {
+  for (Id spacing : {Id{1}, Id{1'000'000'007}}) {
+    Model model;
+    std::mt19937 random(3);
+    std::vector<Id> ids{5 * spacing};
+    model.Add(ids[0]);
+    for (Id k = 1; k < 300; ++k) { // each object uses a random one made before
+      ids.push_back((k * 37 % 301 + 5) * spacing);
+      model.Add(ids.back(), {ids[random() % k]});
+    }
+    GRegenContext context;
+    context.MarkUpdated(2 * spacing); // from an earlier pass
+    model.Mark(ids[0]);
+    model.Regenerate(context);
+    IdSet expected(ids.begin(), ids.end());
+    expected.insert(2 * spacing);
+    EXPECT_EQ(context.GetUpdatedIds(), expected) << spacing;
+  }
+
+  struct Throwing : Model::Object {
+    bool OnAtomChanged(GRegenAtom const& atom) override {
+      if (atom.TargetId() == id)
+        throw std::runtime_error("host failure");
+      return Model::Object::OnAtomChanged(atom);
+    }
+  };
+  Model model;
+  for (Id id : {9, 3, 7})
+    model.Add(id, id == 9 ? Ids{} : Ids{9});
+  auto thrower = std::make_shared<Throwing>();
+  thrower->model = &model;
+  thrower->id = thrower->regenId = 1;
+  thrower->dependsOn = {7};
+  model.objects[1] = thrower;
+  GCollectRelationContext collect(*model.GetRelationDb());
+  thrower->CollectRelations(collect);
+  model.Mark(9);
+  GRegenContext context;
+  EXPECT_THROW(model.Regenerate(context), std::runtime_error);
+  EXPECT_EQ(context.GetUpdatedIds(), (IdSet{3, 7, 9}));
+  model.objects.erase(1);
+  model.Mark(3); // the engine is ready for the next pass
+  GRegenContext next;
+  model.Regenerate(next);
+  EXPECT_EQ(next.GetRegenedIds(), (IdSet{3}));
+}
+
+// Atoms of one pass reuse those of the pass before: each callback must still
+// see the property text of its own atom, longer or shorter than before.
+TEST(GRegenEngine, EveryPassSeesItsOwnPropertyTexts) {
+  struct Chain : IRegenObjectContainer {
+    struct Link : IRegenableObject, IRegenStep {
+      Chain* chain = nullptr;
+      Id id = 0;
+      unsigned long long GetRegenId() override { return id; }
+      void CollectRelations(IRelationContext& context) override {
+        if (id != 0)
+          context.AddRelation(id, id - 1, kDependsOn);
+      }
+      bool OnAtomChanged(GRegenAtom const& atom) override {
+        if (atom.TargetId() != id && atom.PropertyId() == chain->Property(atom.TargetId()))
+          chain->MarkAtom(GRegenAtom(id, chain->Property(id)));
+        return false;
+      }
+      IRegenStep* CreateRegenStep(GRegenAtom const&) override { return this; }
+      void OnRemoveObject(GRemoveObjectContext&) override {}
+      long long GetStepKey() override { return 0; }
+      void Execute(IRegenableObject*, GRegenAtom const& atom) override {
+        chain->seen += atom.PropertyId() == chain->Property(atom.TargetId());
+      }
+    };
+    std::shared_ptr<IRegenableObject> FindObject(unsigned long long id) override {
+      return id < links.size() ? links[id] : nullptr;
+    }
+    void DeleteObject(unsigned long long) override {}
+    std::wstring Property(Id id) const { return std::wstring(id % 3 * length, L'p') + L"!"; }
+
+    std::vector<std::shared_ptr<Link>> links;
+    std::size_t length = 0;
+    std::size_t seen = 0;
+  } chain;
+  GCollectRelationContext collect(*chain.GetRelationDb());
+  for (Id id = 0; id < 9000; ++id) {
+    chain.links.push_back(std::make_shared<Chain::Link>());
+    chain.links.back()->chain = &chain;
+    chain.links.back()->id = id;
+    chain.links.back()->CollectRelations(collect);
+  }
+  // Long texts, short ones, one atom (the reused ones let go), long again.
+  for (std::size_t length : {40, 1, 0, 200}) {
+    chain.length = length;
+    chain.seen = 0;
+    Id const root = length == 0 ? 8999 : 0;
+    chain.MarkAtom(GRegenAtom(root, chain.Property(root)));
+    GRegenContext context;
+    chain.Regenerate(context);
+    EXPECT_EQ(chain.seen, 9000 - root) << length;
+  }
+}
+
 TEST(GRegenEngine, LongChainNeedsNoDeepStack) {
 #if defined(__SANITIZE_ADDRESS__)
   Id const count = 200'000;
@@ -160,153 +265,159 @@ TEST(GRegenEngine, LongChainNeedsNoDeepStack) {
   EXPECT_TRUE(std::is_sorted(model.executed.begin(), model.executed.end()));
 }
 
-// The run order, computed the plain way on the same model: recursive
-// propagation, a step forest of nodes with child vectors, and a run list
-// searched from the front. Where moving children would close a loop of
-// parent links, or when placements go on and on (both possible when the
-// objects depend on each other in a cycle), the plain rules never end;
-// RunOrder then returns nothing.
-class ReferencePlan {
-public:
-  explicit ReferencePlan(Model& model) : m_model(model) {}
-
-  Ids RunOrder(Id root) {
-    std::vector<Id> path;
-    Propagate(root, path, nullptr);
-    std::vector<Node*> expansion;
-    for (Node* r : m_roots) {
-      Place(r);
-      if (!r->children.empty())
-        expansion.push_back(r);
-    }
-    while (!expansion.empty() && !m_loops) {
-      std::vector<Node*> taken;
-      taken.swap(expansion);
-      for (Node* x : taken)
-        for (std::size_t i = 0; i < x->children.size(); ++i) {
-          Node* c = x->children[i];
-          Place(c);
-          if (!c->children.empty())
-            expansion.push_back(c);
-        }
-    }
-    Ids order;
-    for (Node* n : m_loops ? std::list<Node*>() : m_run)
-      order.push_back(n->object);
-    return order;
-  }
-
-private:
-  struct Node {
-    Id object;
-    std::pair<Id, long long> identity;
-    Node* parent = nullptr;
-    std::vector<Node*> children;
-  };
-
-  static bool Same(Node const* a, Node const* b) { return a->identity == b->identity; }
-  static bool HasAncestor(Node const* n, Node const* a) {
-    for (Node const* p = n->parent; p; p = p->parent)
-      if (p == a)
-        return true;
-    return false;
-  }
-
-  void Propagate(Id target, std::vector<Id>& path, Node* enclosing) {
-    path.push_back(target);
-    auto const& object = *m_model.objects.at(target);
-    Node* step = nullptr;
-    if (object.hasStep) {
-      step = &m_nodes.emplace_back(Node{target, {object.regenId, object.stepKey}, nullptr, {}});
-      if (!enclosing)
-        m_roots.push_back(step);
-      else if (std::none_of(enclosing->children.begin(), enclosing->children.end(),
-                            [&](Node* c) { return Same(c, step); })) {
-        enclosing->children.push_back(step);
-        step->parent = enclosing;
-      }
-    }
-    IdSet dependents;
-    if (auto* entry = m_model.GetRelationDb()->GetRelations(target))
-      entry->GetAllRelations(dependents);
-    for (Id d : dependents)
-      if (std::find(path.begin(), path.end(), d) == path.end())
-        Propagate(d, path, step ? step : enclosing);
-    path.pop_back();
-  }
-
-  void Place(Node* s) {
-    m_loops = m_loops || ++m_placements > 64 * m_nodes.size() + 1024;
-    if (m_loops)
-      return;
-    auto e = std::find_if(m_run.begin(), m_run.end(), [&](Node* n) { return Same(n, s); });
-    if (e == m_run.end()) {
-      m_run.push_back(s);
-      return;
-    }
-    Node* earlier = *e;
-    for (auto it = m_run.erase(e); it != m_run.end();)
-      it = HasAncestor(*it, earlier) ? m_run.erase(it) : std::next(it);
-    m_run.push_back(s);
-    for (Node* c : std::vector<Node*>(earlier->children))
-      if (std::none_of(s->children.begin(), s->children.end(),
-                       [&](Node* x) { return Same(x, c); })) {
-        if ((m_loops = c == s || HasAncestor(s, c)))
-          return;
-        s->children.push_back(c);
-        c->parent = s;
-      }
-  }
-
-  Model& m_model;
-  std::list<Node> m_nodes;
-  std::vector<Node*> m_roots;
-  std::list<Node*> m_run;
-  bool m_loops = false;
-  std::size_t m_placements = 0;
-};
-
-TEST(GRegenEngine, RunOrderMatchesThePlainPlacementOnRandomGraphs) {
-  std::mt19937 random(20261123);
-  int compared = 0;
-  for (int round = 0; round < 300; ++round) {
+TEST(GRegenEngine, PerPathPropagationCallsOncePerPath) {
+  for (bool perPath : {false, true}) {
     Model model;
-    int const size = 3 + round % 8;
-    for (Id id = 0; id < static_cast<Id>(size); ++id) {
-      std::vector<Id> dependsOn;
-      for (Id other = 0; other < static_cast<Id>(size); ++other)
-        if (other != id && random() % 100 < (other < id ? 40u : 8u)) // mostly acyclic
-          dependsOn.push_back(other);
-      auto& object = model.Add(id, dependsOn);
-      object.hasStep = random() % 5 != 0;
-      object.stepKey = random() % 2;
-    }
-    Ids const expected = ReferencePlan(model).RunOrder(0);
-    model.Mark(0);
+    model.GetRegenEngine().SetPerPathPropagation(perPath);
+    model.Add(1);
+    model.Add(2, {1});
+    model.Add(3, {1});
+    model.Add(4, {2, 3});
+    model.Mark(1);
     GRegenContext context;
     model.Regenerate(context);
-    if (expected.empty()) { // the plain rules loop; each step reached still runs once
-      IdSet reached{0}, withStep;
-      for (Ids next{0}; !next.empty();) {
-        Id const id = next.back();
-        next.pop_back();
-        if (model.objects[id]->hasStep)
-          withStep.insert(id);
-        IdSet dependents;
-        if (auto* entry = model.GetRelationDb()->GetRelations(id))
-          entry->GetAllRelations(dependents);
-        for (Id d : dependents)
-          if (reached.insert(d).second)
-            next.push_back(d);
-      }
-      ASSERT_EQ(IdSet(model.executed.begin(), model.executed.end()), withStep);
-      ASSERT_EQ(withStep.size(), model.executed.size());
-      continue;
-    }
-    ASSERT_EQ(model.executed, expected) << "round " << round;
-    ++compared;
+    using Reaction = std::pair<Id, Id>;
+    auto const count = [&](Reaction r) {
+      return std::count(model.reactions.begin(), model.reactions.end(), r);
+    };
+    EXPECT_EQ(count(Reaction{4, 4}), perPath ? 2 : 1); // D's own atom, reached through B and C
+    EXPECT_EQ(count(Reaction{4, 2}), 1);
+    EXPECT_EQ(model.reactions.size(), perPath ? 9u : 8u);
+    EXPECT_EQ(model.executed, (Ids{1, 2, 3, 4}));
   }
-  EXPECT_GT(compared, 200);
+}
+
+// Captures the log lines written while it lives.
+class LogCapture {
+public:
+  LogCapture() : m_log(CSingleton<CLogManager>::GetInstance()) {
+    m_log.PushLogLevel(LOG_LEVEL_TRIVIAL);
+    m_log.AppendOuputStream(&m_stream);
+  }
+  ~LogCapture() {
+    m_log.RemoveOuputStream(&m_stream);
+    m_log.PopLogLevel();
+  }
+  std::wstring Text() const { return m_stream.str(); }
+
+private:
+  CLogManager& m_log;
+  std::wostringstream m_stream;
+};
+
+TEST(GRegenEngine, CyclesAreReportedOnceAndLogged) {
+  for (bool perPath : {false, true}) {
+    Model model;
+    model.GetRegenEngine().SetPerPathPropagation(perPath);
+    model.Add(1, {3});
+    model.Add(2, {1});
+    model.Add(3, {2});
+    model.Add(4, {1, 3}); // a second way round, not a second cycle
+    model.Mark(1);
+    GRegenContext context;
+    LogCapture log;
+    model.Regenerate(context);
+    auto const& cycles = model.GetRegenEngine().GetCycles();
+    ASSERT_EQ(cycles.size(), 1u);
+    EXPECT_EQ(cycles[0].repeated.TargetId(), 1u);
+    EXPECT_EQ(cycles[0].markedBy.TargetId(), 3u);
+    EXPECT_EQ(cycles[0].markedBy.PropertyId(), L"value");
+    EXPECT_EQ(model.executed.size(), 4u);
+    std::wstring const text = log.Text();
+    EXPECT_NE(text.find(L"object 1 property \"value\" was marked again by object 3"),
+              std::wstring::npos)
+        << text;
+    EXPECT_EQ(text.find(L"regeneration cycle", text.find(L"regeneration cycle") + 1),
+              std::wstring::npos);
+
+    model.Regenerate(context); // the next pass starts afresh
+    EXPECT_TRUE(model.GetRegenEngine().GetCycles().empty());
+  }
+}
+
+TEST(GRegenEngine, LargeCyclicModelRegeneratesEveryStepOnce) {
+  // A ring where every object also feeds the next but one: cycles everywhere.
+  Id const count = 20000;
+  Model model;
+  for (Id id = 0; id < count; ++id)
+    model.Add(id, {(id + count - 1) % count, (id + count - 2) % count});
+  model.Mark(0);
+  GRegenContext context;
+  model.Regenerate(context);
+  EXPECT_EQ(model.executed.size(), count);
+  EXPECT_EQ(IdSet(model.executed.begin(), model.executed.end()).size(), count);
+  EXPECT_FALSE(model.GetRegenEngine().GetCycles().empty());
+}
+
+// A host whose DeleteObject removes the object it deletes, as hosts that
+// keep regeneration in step with their model do.
+struct CascadingModel : Model {
+  void DeleteObject(unsigned long long id) override {
+    RemoveObject(id);
+    Model::DeleteObject(id);
+  }
+};
+
+TEST(GRegenEngine, NestedRemovalsRunInTurn) {
+  CascadingModel model; // 1 <- 2 <- 4, 1 <- 3; each object takes its dependents with it
+  model.Add(1).removesWith = {2, 3};
+  model.Add(2, {1}).removesWith = {4};
+  model.Add(3, {1});
+  model.Add(4, {2});
+  model.RemoveObject(1);
+  // The removal of 1 tells 1, 2 and 3, then deletes 1, 2 and 3; the removals
+  // of 2 and 3 that those deletions ask for wait until then, and run in the
+  // order asked. 4's waits for 2's.
+  EXPECT_EQ(model.removalCalls, (Ids{1, 2, 3, 2, 4, 3, 4}));
+  EXPECT_EQ(model.deleted, (Ids{1, 2, 3, 2, 4, 3, 4}));
+  EXPECT_TRUE(model.objects.empty());
+  GRegenContext context;
+  model.Regenerate(context);
+  EXPECT_EQ(context.GetDeletedIds(), (IdSet{1, 2, 3, 4}));
+}
+
+TEST(GRegenEngine, RemovalCascadeThroughALongChainNeedsNoDeepStack) {
+#if defined(__SANITIZE_ADDRESS__)
+  Id const count = 100'000;
+#else
+  Id const count = 1'000'000;
+#endif
+  struct Chain : IRegenObjectContainer {
+    struct Link : IRegenableObject {
+      Chain* chain;
+      Id id;
+      unsigned long long GetRegenId() override { return id; }
+      void CollectRelations(IRelationContext& context) override {
+        if (id != 0)
+          context.AddRelation(id, id - 1, test::kDependsOn);
+      }
+      bool OnAtomChanged(GRegenAtom const&) override { return false; }
+      IRegenStep* CreateRegenStep(GRegenAtom const&) override { return nullptr; }
+      void OnRemoveObject(GRemoveObjectContext& context) override { context.MarkRemove(id); }
+    };
+    std::vector<std::shared_ptr<Link>> links;
+    std::shared_ptr<IRegenableObject> FindObject(unsigned long long id) override {
+      return id < links.size() ? links[id] : nullptr;
+    }
+    void DeleteObject(unsigned long long id) override {
+      RemoveObject(id);
+      links[id].reset();
+    }
+  } chain;
+  GCollectRelationContext collect(*chain.GetRelationDb());
+  for (Id id = 0; id < count; ++id) {
+    auto link = std::make_shared<Chain::Link>();
+    link->chain = &chain;
+    link->id = id;
+    link->CollectRelations(collect);
+    chain.links.push_back(std::move(link));
+  }
+  chain.RemoveObject(0);
+  EXPECT_TRUE(std::none_of(chain.links.begin(), chain.links.end(),
+                           [](auto const& link) { return link != nullptr; }));
+  GRegenContext context;
+  chain.Regenerate(context);
+  EXPECT_EQ(context.GetDeletedIds().size(), count);
 }
 
 } // namespace

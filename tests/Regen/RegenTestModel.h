@@ -8,12 +8,15 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
 namespace zrn::test {
 
 using Id = unsigned long long;
+using Ids = std::vector<Id>;
+using IdSet = std::set<Id>;
 constexpr auto kDependsOn = static_cast<GRegenObjectRelation::RelationType>(0);
 
 class Model : public IRegenObjectContainer {
@@ -25,7 +28,7 @@ public:
     long long stepKey = 0;
     bool hasStep = true;
     std::vector<Id> dependsOn;
-    std::vector<Id> removesWith; // ids to delete when told of a removal
+    std::vector<Id> removesWith; // ids to delete with this object
 
     unsigned long long GetRegenId() override { return regenId; }
     void CollectRelations(IRelationContext& context) override {
@@ -40,8 +43,9 @@ public:
     IRegenStep* CreateRegenStep(GRegenAtom const&) override { return hasStep ? this : nullptr; }
     void OnRemoveObject(GRemoveObjectContext& context) override {
       model->removalCalls.push_back(id);
-      if (context.GetTargetId() == id)
-        context.MarkRemove(id);
+      if (context.GetTargetId() != id)
+        return;
+      context.MarkRemove(id);
       for (Id other : removesWith)
         context.MarkRemove(other);
     }

@@ -13,13 +13,13 @@
 #include <zrn/Export.h>
 #include <zrn/Regen/ObjectRelation.h>
 #include <zrn/Regen/RegenAtom.h>
+#include <zrn/Regen/RegenEngine.h>
 #include <zrn/Regen/RelationContext.h>
 
 #include <memory>
 
 namespace zrn {
 
-class GRegenEngine;
 class IRegenStep;
 
 /// An object of the host's model, as regeneration sees it.
@@ -79,6 +79,9 @@ public:
   /// The relations between the container's objects, for the host to fill
   /// (through a GCollectRelationContext) and inspect. Never null.
   GRegenObjectRelationDb* GetRelationDb() const { return m_pRelationDb; }
+  /// The engine that runs this container's passes, for its options and the
+  /// cycles the last pass met.
+  GRegenEngine& GetRegenEngine() const { return *m_pEngine; }
   /// Names a change for the next pass. Between passes an atom equal to one
   /// already marked is ignored; while changes propagate, the atom becomes a
   /// further change of the object being handled; while steps run, it is

@@ -7,6 +7,7 @@
 #include <zrn/Export.h>
 #include <zrn/Regen/ObjectRelation.h>
 
+#include <cstddef>
 #include <set>
 #include <vector>
 
@@ -55,9 +56,13 @@ public:
   bool IsIdExist(unsigned long long const& id) const;
 
 private:
-  // A query is made once and objects report few relations: a plain list
-  // answers it with one allocation at most.
-  std::vector<unsigned long long> m_vecDependedOn;
+  // A query is made once per dependent reached, and objects report few
+  // relations: the first ids sit in the context itself, so a query of an
+  // object with few relations allocates nothing.
+  static constexpr std::size_t kInlineIds = 4;
+  unsigned long long m_arrDependedOn[kInlineIds] = {};
+  std::size_t m_nDependedOn = 0;
+  std::vector<unsigned long long> m_vecMoreDependedOn;
 };
 
 /// Handed to objects while an object is removed: they mark the ids that must
