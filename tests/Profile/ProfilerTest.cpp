@@ -1,6 +1,7 @@
 #include <zrn/Profile/Profiler.h>
 
 #include "Support/TempFolder.h"
+#include "Support/TextLines.h"
 
 #include <gtest/gtest.h>
 
@@ -26,13 +27,7 @@ private:
   ProfileClock m_previous;
 };
 
-std::vector<std::wstring> Lines(std::wstring const& text) {
-  std::vector<std::wstring> lines;
-  std::wistringstream in(text);
-  for (std::wstring line; std::getline(in, line);)
-    lines.push_back(line);
-  return lines;
-}
+using zrn::test::Lines;
 
 // A (10 ms) with B (4 ms) inside, in one frame.
 void RunKnownFrame(CProfiler& profiler) {

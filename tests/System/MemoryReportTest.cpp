@@ -1,6 +1,7 @@
 #include <zrn/System/CoreSystem.h>
 
 #include "Support/LogCapture.h"
+#include "Support/TextLines.h"
 
 #include <gtest/gtest.h>
 
@@ -40,13 +41,7 @@ private:
 sProcessMemoryCounters FakeMemory::s_counters = {7,      2048, 1536, 123456789, 0,
                                                  512000, 1024, 1023, 4096};
 
-std::vector<std::wstring> Lines(std::wstring const& text) {
-  std::vector<std::wstring> lines;
-  std::wistringstream in(text);
-  for (std::wstring line; std::getline(in, line);)
-    lines.push_back(line);
-  return lines;
-}
+using zrn::test::Lines;
 
 std::wstring Row(std::wstring const& label, std::wstring const& value) {
   return std::wstring(50 - label.size(), L' ') + label + L"|" +
