@@ -3,6 +3,7 @@
 #include "Platform/Simd.h"
 #include "Text/Utf8Kernels.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -21,8 +22,16 @@ using platform::SimdLevel;
 // Units above this, which four bytes cannot hold, are written as U+FFFD.
 constexpr char32_t kLargestEncodable = 0x1FFFFF;
 constexpr char32_t kReplacement = 0xFFFD;
-// From this many units on, a new array skips the measuring pass.
-constexpr std::size_t kOnePassUnits = std::size_t{1} << 16;
+// A terminated text's first units are encoded on the stack, and a text that
+// ends among them is copied to an array of its size.
+constexpr std::size_t kStackUnits = 4096;
+// A longer one grows its array, with room for four bytes a unit, to this
+// many times the units read (then to twice them beyond kSteepGrowthUnits):
+// steps large enough that few bytes are copied on the way.
+constexpr std::size_t kGrowth = 8;
+constexpr std::size_t kSteepGrowthUnits = std::size_t{1} << 24;
+// A result below this size is given an array of its size.
+constexpr std::size_t kShrinkBytes = std::size_t{1} << 18;
 
 // --- Encoding ----------------------------------------------------------------
 
@@ -56,6 +65,57 @@ char* EncodeUnits(std::wstring_view text, char* p) {
       p = EncodeUnit(c, p);
   }
   return p;
+}
+
+// Encodes units from `p` until the terminator or `end`, moving `p` past the
+// units encoded; true when it stopped at the terminator.
+bool EncodeUntilZero(wchar_t const*& p, wchar_t const* end, char*& out) {
+  // On copies, so that they stay in registers.
+  wchar_t const* in = p;
+  char* o = out;
+  bool ended = false;
+  for (; in != end; ++in) {
+    const auto c = static_cast<char32_t>(*in);
+    if (c < 0x80) {
+      ended = c == 0;
+      if (ended)
+        break;
+      *o++ = static_cast<char>(c);
+    } else {
+      o = EncodeUnit(c, o);
+    }
+  }
+  p = in;
+  out = o;
+  return ended;
+}
+
+// Encodes the terminated text from `p`, at most `limit` units, into `out`,
+// which has room for four bytes a unit and kEncodeSlack more; moves both past
+// what it did and returns true when it reached the terminator. Every unit is
+// read once: the vector path looks for the terminator in the blocks it loads.
+bool EncodeTerminated(wchar_t const*& p, std::size_t limit, char*& out) {
+  wchar_t const* const end = p + limit;
+#if defined(ZRN_UTF8_X86_KERNELS)
+  const auto address = reinterpret_cast<std::uintptr_t>(p);
+  constexpr std::size_t kBlockBytes = kEncodeBlockUnits * sizeof(wchar_t);
+  if (platform::ActiveSimdLevel() >= SimdLevel::kAvx2 && address % sizeof(wchar_t) == 0) {
+    // Units one at a time up to a block's boundary, so that the kernel loads
+    // whole aligned blocks.
+    const std::size_t head = (kBlockBytes - address % kBlockBytes) % kBlockBytes / sizeof(wchar_t);
+    if (EncodeUntilZero(p, p + std::min(head, limit), out))
+      return true;
+    p += EncodeTerminatedBlocksAvx2(p, static_cast<std::size_t>(end - p), out);
+  }
+#endif
+  return EncodeUntilZero(p, end, out);
+}
+
+char* NewArrayOf(char const* bytes, std::size_t size) {
+  char* const result = new char[size + 1];
+  std::memcpy(result, bytes, size);
+  result[size] = '\0';
+  return result;
 }
 
 // --- Decoding ----------------------------------------------------------------
@@ -217,14 +277,30 @@ void AppendUtf8(std::string& out, std::wstring_view text) {
   EncodeUtf8(text, out.data() + start);
 }
 
-char* NewUtf8Array(std::wstring_view text) {
-  // A large text is encoded in one pass into room for its worst case (four
-  // bytes a unit): the pages it leaves untouched are never backed by memory.
-  // A small one is measured first, so that its array is exact.
-  const std::size_t room = text.size() >= kOnePassUnits ? 4 * text.size() : Utf8Size(text);
-  char* const result = new char[room + 1];
-  *EncodeUtf8(text, result) = '\0';
-  return result;
+char* NewUtf8Array(wchar_t const* text) {
+  char first[4 * kStackUnits + kEncodeSlack];
+  char* out = first;
+  wchar_t const* p = text;
+  if (EncodeTerminated(p, kStackUnits, out))
+    return NewArrayOf(first, static_cast<std::size_t>(out - first));
+  // Room for the worst case of each step: the pages the text does not need
+  // are never backed by memory.
+  std::unique_ptr<char[]> result;
+  std::size_t size = static_cast<std::size_t>(out - first);
+  for (bool ended = false; !ended;) {
+    const auto read = static_cast<std::size_t>(p - text);
+    const std::size_t step = read < kSteepGrowthUnits ? (kGrowth - 1) * read : read;
+    std::unique_ptr<char[]> larger(new char[size + 4 * step + kEncodeSlack + 1]);
+    std::memcpy(larger.get(), result ? result.get() : first, size);
+    result = std::move(larger);
+    out = result.get() + size;
+    ended = EncodeTerminated(p, step, out);
+    size = static_cast<std::size_t>(out - result.get());
+  }
+  if (size < kShrinkBytes)
+    return NewArrayOf(result.get(), size);
+  result[size] = '\0';
+  return result.release();
 }
 
 std::size_t DecodeUtf8(unsigned char const* in, std::size_t size, wchar_t* out) {

@@ -32,8 +32,9 @@ inline std::string ToUtf8(std::wstring_view text) {
   return out;
 }
 
-/// `text` in UTF-8 with a terminator, in a new[] array.
-char* NewUtf8Array(std::wstring_view text);
+/// The terminated `text` in UTF-8 with a terminator, in a new[] array; the
+/// text is read once, up to its terminator.
+char* NewUtf8Array(wchar_t const* text);
 
 /// Decodes `size` bytes of UTF-8 at `in` into `out`, which has room for
 /// `size` units (never more units than bytes) and may be written anywhere in

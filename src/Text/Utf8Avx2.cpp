@@ -446,11 +446,35 @@ ZRN_TARGET_AVX2 inline char* EncodeSixteenBmp(__m256i first, __m256i second, cha
   return StoreUnits(_mm256_extracti128_si256(words47, 1), codes >> 24, out);
 }
 
+// Sixteen units of any kind: runs of ASCII are narrowed as they are, units
+// of up to three bytes are built in 16-bit lanes, and a block with larger
+// units takes the general eight-unit step. Writes up to 12 bytes beyond its
+// output.
+ZRN_TARGET_AVX2 inline char* EncodeSixteen(__m256i first, __m256i second, char* out,
+                                           BmpConstants const& k) {
+  const __m256i any = _mm256_or_si256(first, second);
+  if (_mm256_testz_si256(any, _mm256_set1_epi32(~0x7F)))
+    return StoreAscii(second, StoreAscii(first, out));
+  if (_mm256_testz_si256(any, _mm256_set1_epi32(~0xFFFF)))
+    return EncodeSixteenBmp(first, second, out, k);
+  return EncodeEight(second, EncodeEight(first, out));
+}
+
+// The 32 bytes at `p`, which is aligned to them. Written in assembly: the
+// half block after a text's terminator is read too, and address checkers,
+// which know only the text's own bytes, would take that for an overrun (the
+// load cannot fault: an aligned block never crosses a page).
+ZRN_TARGET_AVX2 inline __m256i LoadAlignedHalf(wchar_t const* p) {
+  struct alignas(32) Half {
+    char bytes[32];
+  };
+  __m256i lanes;
+  asm("vmovdqa %1, %0" : "=x"(lanes) : "m"(*reinterpret_cast<Half const*>(p)));
+  return lanes;
+}
+
 } // namespace
 
-// Sixteen units at a time: runs of ASCII are narrowed as they are, units of
-// up to three bytes are built in 16-bit lanes, and a block with larger units
-// takes the general eight-unit step.
 ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& output) {
   // A copy of the output pointer: the bytes written through it could alias
   // the caller's, which would then be stored and reloaded at every step.
@@ -461,17 +485,27 @@ ZRN_TARGET_AVX2 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& outp
   // after it give at least that many.
   while (text.size() - read >= 32 + 12) {
     auto const* const units = reinterpret_cast<__m256i const*>(text.data() + read);
-    const __m256i first = _mm256_loadu_si256(units);
-    const __m256i second = _mm256_loadu_si256(units + 1);
-    const __m256i any = _mm256_or_si256(first, second);
-    if (_mm256_testz_si256(any, _mm256_set1_epi32(~0x7F))) {
-      out = StoreAscii(second, StoreAscii(first, out));
-    } else if (_mm256_testz_si256(any, _mm256_set1_epi32(~0xFFFF))) {
-      out = EncodeSixteenBmp(first, second, out, constants);
-    } else {
-      out = EncodeEight(second, EncodeEight(first, out));
-    }
+    out = EncodeSixteen(_mm256_loadu_si256(units), _mm256_loadu_si256(units + 1), out, constants);
     read += 16;
+  }
+  output = out;
+  return read;
+}
+
+ZRN_TARGET_AVX2 std::size_t EncodeTerminatedBlocksAvx2(wchar_t const* text, std::size_t limit,
+                                                       char*& output) {
+  char* out = output;
+  const BmpConstants constants;
+  std::size_t read = 0;
+  for (; limit - read >= kEncodeBlockUnits; read += kEncodeBlockUnits) {
+    const __m256i first = LoadAlignedHalf(text + read);
+    const __m256i second = LoadAlignedHalf(text + read + kEncodeBlockUnits / 2);
+    // The block that holds the terminator is left to the caller.
+    const __m256i zero =
+        _mm256_cmpeq_epi32(_mm256_min_epu32(first, second), _mm256_setzero_si256());
+    if (!_mm256_testz_si256(zero, zero))
+      break;
+    out = EncodeSixteen(first, second, out, constants);
   }
   output = out;
   return read;

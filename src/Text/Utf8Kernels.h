@@ -14,6 +14,11 @@ namespace zrn::detail {
 
 constexpr std::size_t kNoZero = static_cast<std::size_t>(-1);
 
+/// The units of an encoding block, and the bytes a block's stores may write
+/// beyond the UTF-8 form of its units.
+constexpr std::size_t kEncodeBlockUnits = 16;
+constexpr std::size_t kEncodeSlack = 16;
+
 /// One decoding of `size` bytes into `out`, which has room for `size` units.
 /// A kernel decodes blocks from `read` on and leaves the rest, fewer than a
 /// block plus three bytes, to the portable tail.
@@ -43,6 +48,12 @@ bool DecodeBlocksAvx2(Utf8Decoding& d);
 /// UTF-8 form of the whole text; return how many units they encoded, with
 /// `out` moved past their bytes.
 std::size_t EncodeBlocksAvx2(std::wstring_view text, char*& out);
+
+/// Encode whole blocks of units from `text`, which is aligned to a block's
+/// bytes, up to `limit` units or the block that holds the text's terminator;
+/// return how many units they encoded, with `out` moved past their bytes (and
+/// up to kEncodeSlack bytes beyond them written).
+std::size_t EncodeTerminatedBlocksAvx2(wchar_t const* text, std::size_t limit, char*& out);
 #endif
 
 } // namespace zrn::detail

@@ -220,17 +220,31 @@ std::wstring RandomWide(std::mt19937& random, std::size_t length, Mix mix) {
 
 std::string ToUtf8(std::wstring const& text) { return Own(T::UnicodeToUtf8(text.c_str())); }
 
+// The UTF-8 of each unit of a text by itself (a single unit is too short for
+// any block path), joined, with where each unit's bytes start.
+struct UnitByUnit {
+  std::string bytes;
+  std::vector<std::size_t> starts;
+
+  explicit UnitByUnit(std::wstring const& text) {
+    for (wchar_t c : text) {
+      starts.push_back(bytes.size());
+      bytes += ToUtf8(std::wstring(1, c));
+    }
+    starts.push_back(bytes.size());
+  }
+  std::string Of(std::size_t from, std::size_t length) const {
+    return bytes.substr(starts[from], starts[from + length] - starts[from]);
+  }
+};
+
 TEST(Utf8Blocks, EveryKindOfUnitAtEveryPlaceEncodesUnitByUnit) {
   std::mt19937 random(11);
   for (std::size_t length = 1; length < 200; length += (length < 80 ? 1 : 17))
     for (Mix mix : {Mix::kAll, Mix::kUnusual, Mix::kMostlyBmp}) {
       const std::wstring text = RandomWide(random, length, mix);
-      // A single unit is too short for any block path.
-      std::string unitwise;
-      for (wchar_t c : text)
-        unitwise += ToUtf8(std::wstring(1, c));
       const std::string utf8 = ToUtf8(text);
-      ASSERT_EQ(utf8, unitwise) << length;
+      ASSERT_EQ(utf8, UnitByUnit(text).bytes) << length;
       if (mix != Mix::kUnusual) {
         ASSERT_EQ(FromUtf8(utf8), text) << length;
       }
@@ -330,6 +344,39 @@ TEST(Utf8Blocks, AnOverlongZeroEndsTheTextWherever) {
       }
     }
   }
+}
+
+TEST(Utf8Blocks, TheTerminatorEndsTheTextAtEveryPlaceOfABlock) {
+  std::mt19937 random(15);
+  for (Mix mix : {Mix::kUnusual, Mix::kMostlyBmp}) {
+    // Units go on after the terminator: none of them may be encoded.
+    const std::wstring text = RandomWide(random, 100, mix);
+    const UnitByUnit expected(text);
+    // Sixteen starting places cover every unit of a 64-byte block.
+    for (std::size_t offset = 0; offset < 16; ++offset)
+      for (std::size_t length = 0; length <= 64; ++length) {
+        std::wstring buffer = text;
+        buffer[offset + length] = L'\0';
+        ASSERT_EQ(Own(T::UnicodeToUtf8(buffer.c_str() + offset)), expected.Of(offset, length))
+            << offset << " " << length;
+      }
+  }
+}
+
+TEST(Utf8Blocks, LongTextsEndAnywhereAroundTheSizesWhereTheirArrayGrows) {
+  std::mt19937 random(16);
+  // The first 4096 units are encoded on the stack, then the array grows to
+  // eight times the units read; results below 2^18 bytes (as the ASCII ones
+  // around there) are copied to an array of their size.
+  for (std::size_t step : {std::size_t{4096}, std::size_t{32768}, std::size_t{262144}})
+    for (Mix mix : {Mix::kAll, Mix::kMostlyBmp}) {
+      const std::wstring text = std::wstring(step - 20, L'a') + RandomWide(random, 60, mix);
+      const UnitByUnit expected(text);
+      for (std::size_t offset : {0, 3, 30})
+        for (std::size_t length = step - 40; length <= step + 20; length += 3)
+          ASSERT_EQ(ToUtf8(text.substr(offset, length)), expected.Of(offset, length))
+              << step << " " << offset << " " << length;
+    }
 }
 
 } // namespace
