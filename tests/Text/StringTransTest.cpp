@@ -234,7 +234,7 @@ struct UnitByUnit {
     starts.push_back(bytes.size());
   }
   std::string Of(std::size_t from, std::size_t length) const {
-    return bytes.substr(starts[from], starts[from + length] - starts[from]);
+    return bytes.substr(starts.at(from), starts.at(from + length) - starts.at(from));
   }
 };
 
@@ -370,7 +370,8 @@ TEST(Utf8Blocks, LongTextsEndAnywhereAroundTheSizesWhereTheirArrayGrows) {
   // around there) are copied to an array of their size.
   for (std::size_t step : {std::size_t{4096}, std::size_t{32768}, std::size_t{262144}})
     for (Mix mix : {Mix::kAll, Mix::kMostlyBmp}) {
-      const std::wstring text = std::wstring(step - 20, L'a') + RandomWide(random, 60, mix);
+      // Long enough for the last offset and length below.
+      const std::wstring text = std::wstring(step - 20, L'a') + RandomWide(random, 80, mix);
       const UnitByUnit expected(text);
       for (std::size_t offset : {0, 3, 30})
         for (std::size_t length = step - 40; length <= step + 20; length += 3)
