@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -51,7 +52,8 @@ protected:
   CMemZipInteropTest()
       : m_dir(fs::path(::testing::TempDir()) /
               (std::string("zrn_zip_interop_") +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name())) {
+               ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
+               std::to_string(std::random_device{}()))) {
     fs::remove_all(m_dir);
     fs::create_directories(m_dir / "tree");
     for (Entry const& entry : m_entries) {
