@@ -7,58 +7,48 @@
 
 namespace zrn::detail {
 
-/// Calls `visit` with the union member of `data` (a VariantStru, const or
-/// not) that holds a number or flag of its type and returns true; returns
-/// false without calling it for any other type, object ids included.
-template <class Data, class Visit> bool VisitNumber(Data& data, Visit&& visit) {
+/// Whether VisitValue treats an object id as a plain value (archiving does;
+/// the numeric conversions do not).
+enum class ObjectIds { Plain, Other };
+
+/// `visit(member)` for the union member of `data` (a VariantStru, const or
+/// not) that holds a number or flag of its type, object ids included when
+/// `ids` says so; `otherwise()` for every other type (null, strings,
+/// geometric values...). Both must return the same type.
+template <ObjectIds ids, class Data, class Visit, class Otherwise>
+auto VisitValue(Data& data, Visit&& visit, Otherwise&& otherwise) {
   auto& v = data.m_value;
   switch (data.m_eType) {
   case GBM_INT:
-    visit(v.nVal);
-    return true;
+    return visit(v.nVal);
   case GBM_DOUBLE:
-    visit(v.dVal);
-    return true;
+    return visit(v.dVal);
   case GBM_INT64:
-    visit(v.llVal);
-    return true;
+    return visit(v.llVal);
   case GBM_BOOL:
-    visit(v.bVal);
-    return true;
+    return visit(v.bVal);
   case GBM_CHAR:
-    visit(v.cVal);
-    return true;
+    return visit(v.cVal);
   case GBM_UCHAR:
-    visit(v.ucVal);
-    return true;
+    return visit(v.ucVal);
   case GBM_SHORT:
-    visit(v.sVal);
-    return true;
+    return visit(v.sVal);
   case GBM_USHORT:
-    visit(v.usVal);
-    return true;
+    return visit(v.usVal);
   case GBM_UINT:
-    visit(v.unVal);
-    return true;
+    return visit(v.unVal);
   case GBM_FLOAT:
-    visit(v.fVal);
-    return true;
+    return visit(v.fVal);
   case GBM_UINT64:
-    visit(v.ullVal);
-    return true;
+    return visit(v.ullVal);
+  case GBM_OBJECT_ID:
+    if constexpr (ids == ObjectIds::Plain)
+      return visit(v.ullVal);
+    else
+      return otherwise();
   default:
-    return false;
+    return otherwise();
   }
-}
-
-/// VisitNumber, and object ids as unsigned 64-bit values: everything a
-/// variant stores in place rather than behind a pointer. Null, strings and
-/// geometric values call nothing.
-template <class Data, class Visit> void VisitPlain(Data& data, Visit&& visit) {
-  if (data.m_eType == GBM_OBJECT_ID)
-    visit(data.m_value.ullVal);
-  else
-    VisitNumber(data, visit);
 }
 
 } // namespace zrn::detail

@@ -269,12 +269,14 @@ bool CVariant::Serialize(GDbArchive& ar) {
     SerializeCutomObject(ar);
     return true;
   }
-  detail::VisitPlain(m_data, [&ar](auto& value) { ar << value; });
+  detail::VisitValue<detail::ObjectIds::Plain>(
+      m_data, [&ar](auto& value) { ar << value; }, [] {});
   return true;
 }
 
 void CVariant::ReadPlain(GDbArchive& ar) {
-  detail::VisitPlain(m_data, [&ar](auto& value) { ar >> value; });
+  detail::VisitValue<detail::ObjectIds::Plain>(
+      m_data, [&ar](auto& value) { ar >> value; }, [] {});
 }
 
 bool CVariant::SerializeCutomObject(GDbArchive& ar) {

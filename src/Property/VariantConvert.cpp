@@ -43,26 +43,33 @@ void SetOk(bool* ok, bool value) {
 } // namespace
 
 long long CVariant::GetNumberInt64(CVariant const& src, bool& ok) {
-  long long n = 0;
-  ok = detail::VisitNumber(src.m_data, [&n](auto value) {
-    if constexpr (std::is_floating_point_v<decltype(value)>)
-      n = detail::TruncateToInt64(value);
-    else
-      n = static_cast<long long>(value); // unsigned 64-bit values wrap
-  });
-  if (!ok)
-    ok = ObjectNumber(
-        src.m_data, [](auto const& text) { return detail::ParseInt64(text); }, n);
-  return n;
+  ok = true;
+  return detail::VisitValue<detail::ObjectIds::Other>(
+      src.m_data,
+      [](auto value) -> long long {
+        if constexpr (std::is_floating_point_v<decltype(value)>)
+          return detail::TruncateToInt64(value);
+        else
+          return static_cast<long long>(value); // unsigned 64-bit values wrap
+      },
+      [&]() -> long long {
+        long long n = 0;
+        ok = ObjectNumber(
+            src.m_data, [](auto const& text) { return detail::ParseInt64(text); }, n);
+        return n;
+      });
 }
 
 double CVariant::GetNumberDouble(CVariant const& src, bool& ok) {
-  double d = 0.0;
-  ok = detail::VisitNumber(src.m_data, [&d](auto value) { d = static_cast<double>(value); });
-  if (!ok)
-    ok = ObjectNumber(
-        src.m_data, [](auto const& text) { return detail::ParseDouble(text); }, d);
-  return d;
+  ok = true;
+  return detail::VisitValue<detail::ObjectIds::Other>(
+      src.m_data, [](auto value) { return static_cast<double>(value); },
+      [&]() -> double {
+        double d = 0.0;
+        ok = ObjectNumber(
+            src.m_data, [](auto const& text) { return detail::ParseDouble(text); }, d);
+        return d;
+      });
 }
 
 bool CVariant::ConvertVariantToString(CVariant const& src, std::string& out) {
