@@ -4,6 +4,8 @@
 #include <zrn/Object/Referenced.h>
 #include <zrn/Property/Variant.h>
 
+#include "Property/PlainValue.h"
+
 #include <cstring>
 #include <typeinfo>
 #include <utility>
@@ -18,51 +20,6 @@ sClassFunctionPtr const* RecordOf(eGBMDataType type) {
 
 template <class T> eGBMDataType TypeOfClass() {
   return CVariant::GetDataTypeFromClassName(typeid(T).name());
-}
-
-// Calls `visit` with the union member that holds a plain value of `data`'s
-// type; types without a plain payload (null, geometric values...) call
-// nothing. Object ids travel as unsigned 64-bit values.
-template <class Data, class Visit> void VisitPlain(Data& data, Visit visit) {
-  auto& v = data.m_value;
-  switch (data.m_eType) {
-  case GBM_INT:
-    visit(v.nVal);
-    break;
-  case GBM_DOUBLE:
-    visit(v.dVal);
-    break;
-  case GBM_INT64:
-    visit(v.llVal);
-    break;
-  case GBM_BOOL:
-    visit(v.bVal);
-    break;
-  case GBM_CHAR:
-    visit(v.cVal);
-    break;
-  case GBM_UCHAR:
-    visit(v.ucVal);
-    break;
-  case GBM_SHORT:
-    visit(v.sVal);
-    break;
-  case GBM_USHORT:
-    visit(v.usVal);
-    break;
-  case GBM_UINT:
-    visit(v.unVal);
-    break;
-  case GBM_FLOAT:
-    visit(v.fVal);
-    break;
-  case GBM_UINT64:
-  case GBM_OBJECT_ID:
-    visit(v.ullVal);
-    break;
-  default:
-    break;
-  }
 }
 
 } // namespace
@@ -312,12 +269,14 @@ bool CVariant::Serialize(GDbArchive& ar) {
     SerializeCutomObject(ar);
     return true;
   }
-  VisitPlain(m_data, [&ar](auto& value) { ar << value; });
+  detail::VisitValue<detail::ObjectIds::Plain>(
+      m_data, [&ar](auto& value) { ar << value; }, [] {});
   return true;
 }
 
 void CVariant::ReadPlain(GDbArchive& ar) {
-  VisitPlain(m_data, [&ar](auto& value) { ar >> value; });
+  detail::VisitValue<detail::ObjectIds::Plain>(
+      m_data, [&ar](auto& value) { ar >> value; }, [] {});
 }
 
 bool CVariant::SerializeCutomObject(GDbArchive& ar) {

@@ -4,8 +4,10 @@
 #include <zrn/Text/StringTrans.h>
 
 #include "Property/NumberFormat.h"
+#include "Property/PlainValue.h"
 
 #include <charconv>
+#include <type_traits>
 
 namespace zrn {
 
@@ -41,66 +43,33 @@ void SetOk(bool* ok, bool value) {
 } // namespace
 
 long long CVariant::GetNumberInt64(CVariant const& src, bool& ok) {
-  VariantStru const& data = src.m_data;
-  VariantStru::Value const& v = data.m_value;
   ok = true;
-  switch (data.m_eType) {
-  case GBM_INT:
-    return v.nVal;
-  case GBM_CHAR:
-    return v.cVal;
-  case GBM_SHORT:
-    return v.sVal;
-  case GBM_BOOL:
-  case GBM_UCHAR:
-    return v.ucVal;
-  case GBM_USHORT:
-    return v.usVal;
-  case GBM_UINT:
-    return v.unVal;
-  case GBM_INT64:
-  case GBM_UINT64:
-    return v.llVal;
-  case GBM_DOUBLE:
-    return detail::TruncateToInt64(v.dVal);
-  case GBM_FLOAT:
-    return detail::TruncateToInt64(v.fVal);
-  default:
-    break;
-  }
-  long long n = 0;
-  ok = ObjectNumber(
-      data, [](auto const& text) { return detail::ParseInt64(text); }, n);
-  return n;
+  return detail::VisitValue<detail::ObjectIds::Other>(
+      src.m_data,
+      [](auto value) -> long long {
+        if constexpr (std::is_floating_point_v<decltype(value)>)
+          return detail::TruncateToInt64(value);
+        else
+          return static_cast<long long>(value); // unsigned 64-bit values wrap
+      },
+      [&]() -> long long {
+        long long n = 0;
+        ok = ObjectNumber(
+            src.m_data, [](auto const& text) { return detail::ParseInt64(text); }, n);
+        return n;
+      });
 }
 
 double CVariant::GetNumberDouble(CVariant const& src, bool& ok) {
-  VariantStru const& data = src.m_data;
-  VariantStru::Value const& v = data.m_value;
   ok = true;
-  switch (data.m_eType) {
-  case GBM_DOUBLE:
-    return v.dVal;
-  case GBM_FLOAT:
-    return v.fVal;
-  case GBM_UINT64:
-    return static_cast<double>(v.ullVal);
-  case GBM_INT:
-  case GBM_CHAR:
-  case GBM_SHORT:
-  case GBM_BOOL:
-  case GBM_UCHAR:
-  case GBM_USHORT:
-  case GBM_UINT:
-  case GBM_INT64:
-    return static_cast<double>(GetNumberInt64(src, ok));
-  default:
-    break;
-  }
-  double d = 0.0;
-  ok = ObjectNumber(
-      data, [](auto const& text) { return detail::ParseDouble(text); }, d);
-  return d;
+  return detail::VisitValue<detail::ObjectIds::Other>(
+      src.m_data, [](auto value) { return static_cast<double>(value); },
+      [&]() -> double {
+        double d = 0.0;
+        ok = ObjectNumber(
+            src.m_data, [](auto const& text) { return detail::ParseDouble(text); }, d);
+        return d;
+      });
 }
 
 bool CVariant::ConvertVariantToString(CVariant const& src, std::string& out) {

@@ -41,9 +41,12 @@ private:
 
 void const* Key(long long id) { return reinterpret_cast<void const*>(id); }
 
-TEST(GDbArchiveFormat, Primitives) {
+TEST(GDbArchiveFormat, ScalarsAreLittleEndianAtTheirOwnWidth) {
   EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << true << short(-2) << 7 << 1.0; }),
             (Bytes{0x01, 0xFE, 0xFF, 7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xF0, 0x3F}));
+}
+
+TEST(GDbArchiveFormat, LongTakesEightBytesBothWays) {
   EXPECT_EQ(
       Store([](GDbArchiveImpl& ar) {
         ar << -1L;
@@ -54,11 +57,13 @@ TEST(GDbArchiveFormat, Primitives) {
   long value = 0;
   *in >> value;
   EXPECT_EQ(value, -1);
+}
 
+TEST(GDbArchiveFormat, AnyByteButZeroReadsAsTrue) {
   Loader bools(Bytes{0, 1, 7});
   bool a = true, b = false, c = false;
   *bools >> a >> b >> c;
-  EXPECT_TRUE(!a && b && c); // any byte but 0 reads as true
+  EXPECT_TRUE(!a && b && c);
 }
 
 // Host code writes the fixed-width types through the interface; on Linux
@@ -92,7 +97,7 @@ TEST(GDbArchiveFormat, SixtyFourBitTypesThroughTheInterface) {
   EXPECT_EQ(kept, 7);
 }
 
-TEST(GDbArchiveFormat, Strings) {
+TEST(GDbArchiveFormat, StringsAreALengthThenTheirUnits) {
   EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << std::string() << std::string("abc"); }),
             (Bytes{0, 0, 0, 0, 3, 0, 0, 0, 'a', 'b', 'c'}));
   EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << std::wstring(L"ab"); }),
@@ -100,9 +105,13 @@ TEST(GDbArchiveFormat, Strings) {
   // Above U+FFFF: a surrogate pair, counted as two units.
   EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << std::wstring(L"\U0001F600"); }),
             (Bytes{2, 0, 0, 0, 0x3D, 0xD8, 0x00, 0xDE}));
-  // Plain pointers are written as strings, not as bools.
-  EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << "hi"; }), (Bytes{2, 0, 0, 0, 'h', 'i'}));
+}
 
+TEST(GDbArchiveFormat, PlainCharPointersAreWrittenAsStringsNotBools) {
+  EXPECT_EQ(Store([](GDbArchiveImpl& ar) { ar << "hi"; }), (Bytes{2, 0, 0, 0, 'h', 'i'}));
+}
+
+TEST(GDbArchiveFormat, StringsReadBackUpToTheirFirstNul) {
   const std::wstring wide = L"x\U0001F600y" + std::wstring(1, wchar_t(0xDC00)) + L"z";
   const Bytes stored =
       Store([&](GDbArchiveImpl& ar) { ar << std::string() << std::string("a\0b", 3) << wide; });
@@ -117,20 +126,24 @@ TEST(GDbArchiveFormat, Strings) {
   EXPECT_EQ(in->DevicePos(), static_cast<long long>(stored.size()));
 }
 
-TEST(GDbArchiveFormat, LengthsBeyondTheStreamReadNothing) {
+TEST(GDbArchiveFormat, AStringLongerThanTheStreamReadsEmpty) {
   Loader in(Bytes{0xE8, 0x03, 0, 0, 'a', 'b', 'c'}); // claims 1,000 bytes
   std::string text = "old";
   *in >> text;
   EXPECT_EQ(text, "");
   EXPECT_EQ(in->DevicePos(), 4);
+}
 
+TEST(GDbArchiveFormat, AByteArrayLongerThanTheStreamReadsNothing) {
   Loader bytes(Bytes{0xFF, 0xFF, 0xFF, 0x7F, 1, 2});
   void* data = reinterpret_cast<void*>(1);
   int size = -1;
   bytes->ReadBytes(data, size);
   EXPECT_EQ(data, nullptr);
   EXPECT_EQ(size, 0);
+}
 
+TEST(GDbArchiveFormat, AWideStringLongerThanTheStreamReadsEmpty) {
   Loader wide(Bytes{3, 0, 0, 0, 'a', 0, 'b', 0});
   std::wstring target = L"old";
   *wide >> target;
@@ -157,13 +170,15 @@ TEST(GDbArchiveFormat, ByteArrays) {
   EXPECT_EQ(size, 0);
 }
 
-TEST(GDbArchiveObjects, EmptyAndSingleBlockObjects) {
+TEST(GDbArchiveObjects, AnEmptyObjectIsThreeBytesAndTakesAnId) {
   EXPECT_EQ(Store([](GDbArchiveImpl& ar) {
               ar.WriteEmptyObject();
               EXPECT_EQ(ar.CreateNewObjectID(), 2); // the empty object took id 1
             }),
             (Bytes{1, 0, 0}));
+}
 
+TEST(GDbArchiveObjects, ASingleBlockObjectPatchesItsSizeAndPopsItsVersion) {
   const Bytes stored = Store([](GDbArchiveImpl& ar) {
     const void* key = Key(ar.CreateNewObjectID());
     ar.BeginWriteObject(key, 1);
@@ -213,7 +228,7 @@ Bytes TwoBlockObjectThen42() {
   });
 }
 
-TEST(GDbArchiveObjects, ReadersSkipUnknownBlocksAndWholeObjects) {
+TEST(GDbArchiveObjects, ReadersSkipBlocksTheyDoNotKnow) {
   Loader in(TwoBlockObjectThen42());
   unsigned char count = 0;
   unsigned short version = 0;
@@ -232,9 +247,12 @@ TEST(GDbArchiveObjects, ReadersSkipUnknownBlocksAndWholeObjects) {
   in->EndReadObject();
   EXPECT_EQ(known, 7);
   EXPECT_EQ(in->GetVersion(), 0);
+}
 
-  // A reader that knows only version 0 skips the whole object.
+TEST(GDbArchiveObjects, ReadersOfAnOlderVersionSkipTheWholeObject) {
   Loader skipping(TwoBlockObjectThen42());
+  unsigned char count = 0;
+  unsigned short version = 0;
   skipping->ReadObject(count, version);
   ASSERT_GT(version, 0);
   skipping->EndReadObject();
@@ -246,7 +264,7 @@ TEST(GDbArchiveObjects, ReadersSkipUnknownBlocksAndWholeObjects) {
   EXPECT_EQ(after, 42);
 }
 
-TEST(GDbArchiveObjects, RollbackAndSeek) {
+TEST(GDbArchiveObjects, AWriteRollbackCutsTheObjectAndSeeksMoveThePosition) {
   const Bytes stored = Store([](GDbArchiveImpl& ar) {
     ar << 0xAAAAAAAA;
     const void* key = Key(ar.CreateNewObjectID());
@@ -263,7 +281,9 @@ TEST(GDbArchiveObjects, RollbackAndSeek) {
     ar.SeekPos(7, GDbArchive::SEEKFROM_BEGIN);
   });
   EXPECT_EQ(stored, (Bytes{0xAA, 0xAA, 0xAA, 0xAA, 1, 0, 0}));
+}
 
+TEST(GDbArchiveObjects, AReadRollbackResumesAfterTheObject) {
   Loader in(TwoBlockObjectThen42());
   unsigned char count;
   unsigned short version;
@@ -276,7 +296,7 @@ TEST(GDbArchiveObjects, RollbackAndSeek) {
   EXPECT_EQ(ignored, 42);
 }
 
-TEST(GDbArchive, TablesAndVersions) {
+TEST(GDbArchive, PropertyTablesAreCreatedOnRequestAndCopied) {
   GDbArchiveImpl ar;
   EXPECT_EQ(ar.GetMapPropertyID(GBM_STRING, false), nullptr);
   auto* map = ar.GetMapPropertyID(GBM_STRING, true);
@@ -285,10 +305,17 @@ TEST(GDbArchive, TablesAndVersions) {
   ar.GetArchivedPropertyScheme().insert(GBM_COLOR);
   GDbArchiveImpl copy(ar);
   EXPECT_EQ(copy.GetArchivedPropertyScheme().count(GBM_COLOR), 1u);
+}
+
+TEST(GDbArchive, VersionsBeforeAnyObject) {
+  GDbArchiveImpl ar;
   EXPECT_EQ(ar.CurrentVersion(), 0);
   EXPECT_EQ(ar.GeometryVersion(), 16);
   EXPECT_EQ(GDbArchive::LatestVersion(), 16);
-  // Without a device nothing is read or written.
+}
+
+TEST(GDbArchive, WithoutADeviceNothingIsReadOrWritten) {
+  GDbArchiveImpl ar;
   int value = 5;
   ar << 1;
   ar >> value;

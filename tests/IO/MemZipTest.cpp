@@ -44,18 +44,33 @@ bool Add(CMemZip& zip, const char* name, std::string const& data) {
   return zip.Add(name, data.data(), data.size());
 }
 
-TEST(CMemZipTest, EntriesSurviveFlushesReplacementsAndNewReaders) {
+TEST(CMemZipTest, AddingReplacesAndEntriesReadBackBeforeAnyFlush) {
   const std::string binary = Pattern(100000, 1);
   CMemZip zip;
   ASSERT_TRUE(zip);
   EXPECT_TRUE(Add(zip, "docs/a.txt", "first"));
   EXPECT_TRUE(Add(zip, "docs/a.txt", "second")); // replaces
   EXPECT_TRUE(Add(zip, "binary.bin", binary));
-  EXPECT_EQ(ExtractText(zip, "binary.bin"), binary); // before any flush
+  EXPECT_EQ(ExtractText(zip, "binary.bin"), binary);
   const std::string archive = Flushed(zip);
   EXPECT_EQ(Flushed(zip), archive); // flushing again gives the same bytes
+}
 
-  // A flushed object stays valid and reopens from its own bytes, every time.
+// "docs/a.txt" (added twice, "second" last) and "binary.bin", flushed once.
+void FillAndFlush(CMemZip& zip, std::string const& binary) {
+  Add(zip, "docs/a.txt", "first");
+  Add(zip, "docs/a.txt", "second");
+  Add(zip, "binary.bin", binary);
+  Flushed(zip);
+}
+
+// Guards two fixes: an entry added since the last flush is committed before it
+// is extracted, and an archive reopened over its own flushed bytes does not let
+// the zip library free them.
+TEST(CMemZipTest, AFlushedArchiveTakesNewEntriesAndReopensFromItsBytes) {
+  const std::string binary = Pattern(100000, 1);
+  CMemZip zip;
+  FillAndFlush(zip, binary);
   EXPECT_TRUE(zip);
   EXPECT_TRUE(Add(zip, "b", "bee"));
   EXPECT_EQ(ExtractText(zip, "docs/a.txt"), "second");
@@ -66,8 +81,16 @@ TEST(CMemZipTest, EntriesSurviveFlushesReplacementsAndNewReaders) {
   EXPECT_EQ(ExtractText(reader, "b"), "bee");
   EXPECT_EQ(ExtractText(reader, "DOCS/A.TXT"), "<null>"); // names match exactly
   EXPECT_EQ(ExtractText(reader, "missing"), "<null>");
+}
 
-  // An archive opened over a caller's bytes leaves them as they were.
+// Guards the fix that stopped the zip library from taking over (and later
+// freeing) the caller's bytes when an archive opened over them is edited.
+TEST(CMemZipTest, EditingAnArchiveOpenedOverCallersBytesLeavesThemAlone) {
+  CMemZip zip;
+  FillAndFlush(zip, Pattern(100000, 1));
+  Add(zip, "b", "bee");
+  const std::string second = Flushed(zip);
+  CMemZip reader(second.data(), second.size());
   const std::string callers = second;
   EXPECT_TRUE(Add(reader, "b", "replaced"));
   const std::string edited = Flushed(reader);

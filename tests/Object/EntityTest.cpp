@@ -1,7 +1,6 @@
 // Entity trees in memory: no facade is installed here, so every persistence
 // side effect is off (those are covered with the project tests).
 #include <zrn/IO/DBDevice.h>
-#include <zrn/Object/ObjTag.h>
 #include <zrn/Object/Project.h>
 
 #include <gtest/gtest.h>
@@ -13,37 +12,6 @@ namespace {
 
 using Ids = std::vector<long long>;
 using Nodes = std::vector<IBaseEntity*>;
-
-TEST(ObjectValueTypes, TagsDeleteListsAndDeviceOptions) {
-  int a = 0, b = 0;
-  GObjTag tag(5, &a), copy;
-  EXPECT_FALSE(tag == GObjTag(5, &b));
-  EXPECT_TRUE((copy = tag) == tag);
-  copy.Init();
-  EXPECT_TRUE(copy.GetObjID() == 0 && copy.GetPointer() == nullptr);
-
-  GObjectsState state;
-  state.RegisterDeleteObject(5);
-  state.RegisterDeleteObject(5);
-  Ids out{1, 2, 3, 4};
-  state.GetDeleteList(out);
-  EXPECT_EQ(out, (Ids{5, 5})); // replaced, duplicates kept
-  GObjectsState twin(state);
-  twin.RegisterDeleteObject(9);
-  state.ClearAllList();
-  state.GetDeleteList(out);
-  EXPECT_TRUE(out.empty());
-  twin.GetDeleteList(out);
-  EXPECT_EQ(out, (Ids{5, 5, 9}));
-
-  IODeviceContext context;
-  EXPECT_FALSE(context.loading || context.saving || context.suppressDeleteLog);
-  for (int mode : {2, 0, 1}) {
-    context.lazyModifiedMode = mode;
-    context.SetNeedLazyCaculateModified();
-    EXPECT_EQ(context.lazyModifiedMode, mode == 1 ? 1 : 2);
-  }
-}
 
 TEST(IBaseEntity, IdsComeFromTheProjectInPreOrder) {
   auto* sub = new IBaseEntity();

@@ -53,7 +53,7 @@ void Load(Bytes const& bytes, std::vector<Collection*> const& collections) {
     EXPECT_TRUE(c->Serialize(ar));
 }
 
-TEST_F(PropertyCollectionTest, IdsPerClassAndProduct) {
+TEST_F(PropertyCollectionTest, IdsAreSharedWithinAClassAndCountedApartPerClass) {
   Collection one(&m_a), two(&m_a), other(&m_b);
   EXPECT_EQ(Collection::m_mapAllProducutID.at(L"ZRN"), 1);
   one.SetProperty(L"width", CVariant(5));
@@ -66,8 +66,12 @@ TEST_F(PropertyCollectionTest, IdsPerClassAndProduct) {
   EXPECT_TRUE(one.GetProperty(L"missing").IsNull());
 
   other.SetProperty(L"height", CVariant(1));
-  EXPECT_EQ(other.GetPropertyID(L"height"), 1025); // classes count apart
+  EXPECT_EQ(other.GetPropertyID(L"height"), 1025);
+}
 
+TEST_F(PropertyCollectionTest, EachProductNumbersItsOwnIds) {
+  Collection one(&m_a);
+  one.SetProperty(L"width", CVariant(5));
   one.SetActiveProduct(L"EXT");
   one.SetActiveProduct(L"EXT");
   EXPECT_EQ(Collection::m_mapAllProducutID.at(L"EXT"), 2);
@@ -77,15 +81,25 @@ TEST_F(PropertyCollectionTest, IdsPerClassAndProduct) {
   std::wstring product, name;
   one.GetPropertyName(Collection::sPropertyID(2049), product, name);
   EXPECT_EQ(product + L"/" + name, L"EXT/width");
+}
+
+TEST_F(PropertyCollectionTest, RemovingAValueKeepsTheNameInTheScheme) {
+  Collection one(&m_a);
+  one.SetActiveProduct(L"EXT");
+  one.SetProperty(L"width", CVariant(7));
   one.RemoveProperty(L"width");
   EXPECT_TRUE(one.GetProperty(2049).IsNull());
-  EXPECT_EQ(one.GetPropertyID(L"width"), 2049); // the scheme keeps the name
+  EXPECT_EQ(one.GetPropertyID(L"width"), 2049);
+}
 
+TEST_F(PropertyCollectionTest, AFullProductRefusesNewNamesRatherThanWrapping) {
   // The index has 10 bits: the 1,024th name must not wrap onto index 0.
+  Collection one(&m_a);
+  one.SetProperty(L"width", CVariant(5));
+  one.SetProperty(L"height", CVariant(6));
   for (int i = 0; i < 1021; ++i)
     EXPECT_NE(one.AssignPropertyID(L"ZRN", 0, L"n" + std::to_wstring(i)), 0);
   EXPECT_EQ(one.AssignPropertyID(L"ZRN", 0, L"full"), 0);
-  one.SetActiveProduct(L"ZRN");
   one.SetProperty(L"full", CVariant(1));
   EXPECT_EQ(one.GetPropertyID(L"full"), 0);
 }
@@ -105,26 +119,31 @@ TEST_F(PropertyCollectionTest, StreamBytesAndSchemeOncePerArchive) {
   EXPECT_EQ(bytes, expected);
 }
 
-TEST_F(PropertyCollectionTest, ReadingAdoptsOrTranslates) {
-  // Writer: ZRN 1, EXT 2; class a has a=1025, b=1026; class b has EXT x=2049.
-  Collection w1(&m_a), w2(&m_a), w3(&m_b);
+// Writer: ZRN 1, EXT 2; class a has a=1025, b=1026; class b has EXT x=2049.
+Bytes WrittenBy(IBase* a, IBase* b) {
+  Collection w1(a), w2(a), w3(b);
   w1.SetProperty(L"a", CVariant(1));
   w1.SetProperty(L"b", CVariant(std::wstring(L"two")));
   w2.SetProperty(L"b", CVariant(3));
   w3.SetActiveProduct(L"EXT");
   w3.SetProperty(L"x", CVariant(4));
-  const Bytes bytes = Store({&w1, &w2, &w3});
+  return Store({&w1, &w2, &w3});
+}
 
-  // A fresh reader takes the schemes over as they are.
+TEST_F(PropertyCollectionTest, AFreshReaderAdoptsTheWrittenSchemes) {
+  const Bytes bytes = WrittenBy(&m_a, &m_b);
   Collection::ClearPropertyScheme();
   Collection f1(&m_a), f2(&m_a), f3(&m_b);
   Load(bytes, {&f1, &f2, &f3});
   EXPECT_EQ(f1.GetPropertyID(L"b"), 1026);
   EXPECT_EQ(f1.GetProperty(L"b").toWString(), L"two");
   EXPECT_EQ(f3.GetProperty(2049).toInt(), 4);
+}
 
-  // A reader that numbered things otherwise: b is 1025 here, and product
-  // number 2 is OTHER, so EXT becomes 3 and class b's ids move with it.
+TEST_F(PropertyCollectionTest, AReaderThatNumberedOtherwiseTranslatesIds) {
+  const Bytes bytes = WrittenBy(&m_a, &m_b);
+  // b is 1025 here, and product number 2 is OTHER, so EXT becomes 3 and
+  // class b's ids move with it.
   Collection::ClearPropertyScheme();
   Collection r1(&m_a), r2(&m_a), r3(&m_b);
   r1.SetProperty(L"b", CVariant(0));
@@ -142,13 +161,18 @@ TEST_F(PropertyCollectionTest, ReadingAdoptsOrTranslates) {
   EXPECT_EQ(r3.GetProperty(L"x").toInt(), 4);
 }
 
-TEST_F(PropertyCollectionTest, IterationAndCopies) {
-  Collection c(&m_a);
+// "early" in ZRN, "late" in EXT; EXT is left active.
+void FillTwoProducts(Collection& c) {
   c.SetActiveProduct(L"EXT");
   c.SetProperty(L"late", CVariant(2));
   c.SetActiveProduct(L"ZRN");
   c.SetProperty(L"early", CVariant(std::string("s")));
+  c.SetActiveProduct(L"EXT");
+}
 
+TEST_F(PropertyCollectionTest, IterationGoesByProductAndLeavesOutputsAtTheEnd) {
+  Collection c(&m_a);
+  FillTwoProducts(c);
   std::wstring product, name;
   CVariant value;
   std::vector<std::wstring> seen;
@@ -157,15 +181,23 @@ TEST_F(PropertyCollectionTest, IterationAndCopies) {
     seen.push_back(product + L"/" + name + L"=" + value.toWString());
   EXPECT_EQ(seen, (std::vector<std::wstring>{L"ZRN/early=s", L"EXT/late=2"}));
   EXPECT_FALSE(c.Next(product, name, value));
-  EXPECT_EQ(name, L"late"); // outputs untouched at the end
+  EXPECT_EQ(name, L"late");
+}
 
-  c.SetActiveProduct(L"EXT");
-  Collection copy(c); // takes the object and the active product too
+TEST_F(PropertyCollectionTest, ACopyTakesObjectAndProductAndOwnsItsValues) {
+  Collection c(&m_a);
+  FillTwoProducts(c);
+  Collection copy(c);
   EXPECT_EQ(copy.GetProperty(L"late").toInt(), 2);
   c.SetProperty(L"late", CVariant(9));
   EXPECT_EQ(copy.GetProperty(L"late").toInt(), 2);
+}
 
-  Collection other(&m_b); // keeps its own object and product on assignment
+TEST_F(PropertyCollectionTest, AssignmentKeepsTheTargetsObjectAndProduct) {
+  Collection c(&m_a);
+  FillTwoProducts(c);
+  c.SetProperty(L"late", CVariant(9));
+  Collection other(&m_b);
   other = c;
   EXPECT_EQ(other.GetProperty(1025).toString(), "s");
   EXPECT_TRUE(other.GetProperty(L"late").IsNull()); // class b has no such name
@@ -173,7 +205,7 @@ TEST_F(PropertyCollectionTest, IterationAndCopies) {
   EXPECT_EQ(other.GetProperty(2049).toInt(), 9);
 }
 
-TEST_F(PropertyCollectionTest, CorruptStreamsStaySafe) {
+TEST_F(PropertyCollectionTest, TruncatedOrFlippedStreamsStaySafe) {
   Collection w1(&m_a), w2(&m_a);
   w1.SetProperty(L"name", CVariant(std::wstring(L"value")));
   w1.SetProperty(L"n", CVariant(1.5));
@@ -190,18 +222,20 @@ TEST_F(PropertyCollectionTest, CorruptStreamsStaySafe) {
       Load(bad, {&r1, &r2});
     }
   }
+}
 
-  // Huge counts with nothing behind them end at once; a negative one is empty.
+TEST_F(PropertyCollectionTest, HugeCountsEndAtOnceAndNegativeOnesAreEmpty) {
   Collection r(&m_a);
   r.SetProperty(7, CVariant(1));
   Load(Bytes{0, 0xFF, 0xFF, 0xFF, 0x7F, 1, 0}, {&r});
   EXPECT_TRUE(r.GetProperty(7).IsNull());
   Load(Bytes{1, 0, 0x29, 0x23, 0, 0, 0xFF, 0xFF, 0xFF, 0x7F}, {&r});
   Load(Bytes{0, 0xFF, 0xFF, 0xFF, 0xFF}, {&r});
+}
 
-  // A scheme naming "a" twice and using index 0: both ids of "a" end at one
-  // id, and the index-0 entry is ignored.
-  Collection::ClearPropertyScheme();
+// A scheme naming "a" twice and using index 0: both ids of "a" end at one id,
+// and the index-0 entry is ignored.
+TEST_F(PropertyCollectionTest, ASchemeNamingOneNameTwiceEndsAtOneId) {
   Collection s(&m_a);
   Load(Bytes{1,    0,    0x29, 0x23, 0,    0,    1,   0, 0,    0,    3, 0, 0, 0, 'Z', 0,
              'R',  0,    'N',  0,    3,    0,    0,   0, 0x01, 0x04, 1, 0, 0, 0, 'a', 0,

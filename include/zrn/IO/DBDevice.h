@@ -94,7 +94,6 @@ public:
                            std::string const& keyColumn, long long keyValue,
                            std::vector<CVariant>& result) = 0;
 
-  /// The options.
   IODeviceContext& GetDeviceContext() { return m_context; }
   IODeviceContext const& GetDeviceContext() const { return m_context; }
   /// The ids of stored entities deleted since the host last cleared the list.

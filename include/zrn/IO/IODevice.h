@@ -24,7 +24,8 @@ public:
   GIODevice& operator=(GIODevice const&) = default;
   virtual ~GIODevice();
 
-  /// The current position.
+  /// Where the next Write or Read starts, in bytes from the start; below the
+  /// end after a seek back.
   virtual long long pos() = 0;
   /// Writes `size` bytes at the position and advances it; false when the
   /// device cannot take them (nothing is written then).
@@ -46,7 +47,6 @@ public:
   /// may keep this default.
   virtual bool IsGood() const { return true; }
 
-  /// True when the device is opened for loading.
   bool IsLoading() const { return !storing; }
   /// Switches the direction and rewinds to position 0.
   void SetOpenMode(bool bStoring) {

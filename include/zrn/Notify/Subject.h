@@ -4,6 +4,16 @@
 // observer's Update(code, data). Observers may attach and detach from inside
 // a notification: such changes are queued and applied when the outermost
 // notification ends.
+//
+//   class Redraw : public zrn::IObserver {
+//   public:
+//     void Update(unsigned int code, void* data) override { ... }
+//   };
+//   zrn::GSubject document;
+//   Redraw redraw;
+//   document.Attach(&redraw);
+//   document.Notify(kModelChanged, &changedIds);  // redraw.Update(kModelChanged, &changedIds)
+//   document.Detach(&redraw);                     // before redraw is destroyed
 #ifndef ZRN_NOTIFY_SUBJECT_H
 #define ZRN_NOTIFY_SUBJECT_H
 

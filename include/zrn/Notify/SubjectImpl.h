@@ -29,7 +29,8 @@ public:
   virtual void GetAllObservers(std::vector<IObserver*>& observers) = 0;
   virtual void Notify(unsigned int code, void* data) = 0;
 
-  /// True while a notification runs.
+  /// While true, attaching and detaching are queued until the outermost
+  /// notification ends.
   bool IsNotifying() const { return m_bNotifying; }
   bool IsEnabled() const { return m_bEnabled; }
   void SetEnabled(bool enabled) { m_bEnabled = enabled; }

@@ -17,10 +17,8 @@ class ZRN_API GObjTag : public IBase {
 public:
   /// Id 0 and a null pointer.
   GObjTag();
-  /// The given id and pointer.
   GObjTag(long long id, void* pointer);
   GObjTag(GObjTag const& other);
-  /// Copies id and pointer.
   GObjTag const& operator=(GObjTag const& other);
 
   /// True when both the ids and the pointers are equal.

@@ -1,4 +1,10 @@
 // An intrusive smart pointer for CReferenced objects.
+//
+//   class Mesh : public zrn::CReferenced { ... };
+//   zrn::CRefPtr<Mesh> mesh = zrn::MakeRef<Mesh>();  // one reference
+//   zrn::CRefPtr<Mesh> shared = mesh;                // two
+//   mesh.reset();                                    // one; the mesh lives on
+//   // The last CRefPtr to go deletes the mesh.
 #ifndef ZRN_OBJECT_REFPTR_H
 #define ZRN_OBJECT_REFPTR_H
 

@@ -4,6 +4,13 @@
 // object creates its CWeakPtrCounter, later ones share it, and the object's
 // destruction clears it. The association is kept in a process-wide table so
 // that objects pay nothing until someone observes them.
+//
+//   zrn::CRefPtr<Mesh> mesh = zrn::MakeRef<Mesh>();
+//   zrn::CWeakPtr<Mesh> watch(mesh);
+//   if (zrn::CRefPtr<Mesh> alive = watch.Lock())
+//     alive->Draw();      // kept alive until `alive` goes
+//   mesh.reset();         // the mesh dies here
+//   watch.Lock();         // empty from now on; watch.Expired() is true
 #ifndef ZRN_OBJECT_WEAKPTR_H
 #define ZRN_OBJECT_WEAKPTR_H
 

@@ -31,11 +31,12 @@ public:
   /// for the life of this object.
   char const* what() const noexcept override;
 
-  /// What went wrong.
+  /// The description alone, without the place that what() appends.
   std::wstring const& GetDescription() const { return m_strDescription; }
-  /// The source path of the thrower.
+  /// The place of the throw as what() shows it: the file the thrower named
+  /// (a source folder such as "Profile\GLog" for the library's own) and the
+  /// line.
   std::string const& GetFile() const { return m_strFile; }
-  /// The source line of the throw.
   long GetLine() const { return m_nLine; }
 
 private:

@@ -75,7 +75,6 @@ public:
   /// upper-case hexadecimal digits. Never reads outside the stream.
   std::size_t Format(char const* format, char* buffer, std::size_t size) const;
 
-  /// The number of argument slots.
   std::size_t ArgumentCount() const { return m_strArgs.size() / kSlotSize; }
   /// The argument bytes, 8 per slot.
   std::string const& GetArgumentBytes() const { return m_strArgs; }

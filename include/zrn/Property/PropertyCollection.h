@@ -7,6 +7,12 @@
 // archive carries each class's scheme once, in front of the first collection
 // of that class, and ids that the stream numbered differently from the
 // running process are translated when the collections are read back.
+//
+//   zrn::CPropertyCollection properties(&wall);  // wall: the owning IBase
+//   properties.SetProperty(L"height", zrn::CVariant(3.0));
+//   properties.GetProperty(L"height").toDouble();  // 3.0
+//   properties.GetProperty(L"colour").IsNull();    // true: never set
+//   properties.Serialize(ar);  // the class's scheme goes first, once per archive
 #ifndef ZRN_PROPERTY_PROPERTYCOLLECTION_H
 #define ZRN_PROPERTY_PROPERTYCOLLECTION_H
 
@@ -58,7 +64,6 @@ public:
     constexpr explicit sPropertyID(unsigned short value)
         : m_nProductID((value >> 10) & 0x3F), m_nIndex(value & 0x3FF) {}
 
-    /// The numeric value.
     constexpr unsigned short Value() const {
       return static_cast<unsigned short>(m_nProductID << 10 | m_nIndex);
     }

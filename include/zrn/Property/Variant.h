@@ -4,6 +4,14 @@
 // flag stored inside it, a heap object that it owns (strings, the colour
 // integer, geometric values) and copies, destroys and archives through the
 // object factory, or a counted object on which it holds one reference.
+//
+//   zrn::CVariant value(2.5);
+//   value.toInt();               // 2: truncated toward zero
+//   value.toString();            // "2.5"
+//   value = std::wstring(L"42");
+//   bool ok = false;
+//   int n = value.toInt(&ok);    // 42, ok true
+//   zrn::CVariant().IsNull();    // true
 #ifndef ZRN_PROPERTY_VARIANT_H
 #define ZRN_PROPERTY_VARIANT_H
 
@@ -114,9 +122,8 @@ public:
   /// Holds the three doubles of `vec` as a LocalVec3d.
   CVariant& operator=(CVec3<double> const& vec);
 
-  /// True when no value is held.
+  /// True for the type GBM_NONE only: an empty string, say, is not null.
   bool IsNull() const { return m_data.m_eType == GBM_NONE; }
-  /// The storage, for reading.
   VariantStru const& GetVariantStru() const { return m_data; }
   /// The held value as T; only CColor is provided.
   template <class T> T GetValue() const;

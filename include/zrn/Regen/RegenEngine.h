@@ -77,9 +77,9 @@ public:
   /// logged at LOG_LEVEL_TRIVIAL. Emptied when the next pass starts.
   std::vector<GRegenCycle> const& GetCycles() const { return m_vecCycles; }
 
-  /// True while changes propagate.
+  /// While true, MarkAtom adds a further change of the object being handled.
   bool IsPropagating() const { return m_bPropagating; }
-  /// True while steps are planned and executed.
+  /// While true, MarkAtom is ignored.
   bool IsExecuting() const { return m_bExecuting; }
 
 private:

@@ -7,6 +7,28 @@
 // object react and mark further changes; then it asks the affected objects
 // for steps, orders them so that every step runs after the steps that lead
 // to it and none runs twice, and executes them.
+//
+//   class Wall : public zrn::IRegenableObject {
+//   public:
+//     unsigned long long GetRegenId() override { return m_id; }
+//     void CollectRelations(zrn::IRelationContext& context) override {
+//       context.AddRelation(m_id, m_floorId, kStandsOn);
+//     }
+//     bool OnAtomChanged(zrn::GRegenAtom const& atom) override {
+//       if (atom.TargetId() != m_id)  // the floor changed: so does the wall
+//         m_model->MarkAtom(zrn::GRegenAtom(m_id, L"shape"));
+//       return true;
+//     }
+//     zrn::IRegenStep* CreateRegenStep(zrn::GRegenAtom const&) override { return &m_rebuild; }
+//     void OnRemoveObject(zrn::GRemoveObjectContext&) override {}
+//     ...
+//   };
+//
+//   zrn::GCollectRelationContext collect(*model.GetRelationDb());
+//   wall.CollectRelations(collect);
+//   model.MarkAtom(zrn::GRegenAtom(floorId, L"height"));
+//   zrn::GRegenContext context;
+//   model.Regenerate(context);  // the floor's step (if it has one), then m_rebuild
 #ifndef ZRN_REGEN_REGENOBJECT_H
 #define ZRN_REGEN_REGENOBJECT_H
 

@@ -70,7 +70,6 @@ private:
 class ZRN_API GRemoveObjectContext {
 public:
   explicit GRemoveObjectContext(unsigned long long const& target) : m_nTarget(target) {}
-  /// The object being removed.
   unsigned long long const& GetTargetId() const { return m_nTarget; }
   /// Marks `id` for removal (once, whatever the number of calls).
   void MarkRemove(unsigned long long const& id) { m_setToRemove.insert(id); }

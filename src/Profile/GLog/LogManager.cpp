@@ -23,6 +23,12 @@ namespace {
 constexpr char kSourcePath[] = "Profile\\GLog";
 constexpr std::size_t kLineNumberWidth = 6;
 
+// Bits of CLogManager::m_bitsetFlags.
+constexpr std::size_t kDebuggerOutputBit = 0;
+constexpr std::size_t kFileOutputBit = 1;
+constexpr std::size_t kTimeStampBit = 2;
+constexpr std::size_t kLineNumberBit = 3;
+
 // Lines are short critical sections: a waiter that spins briefly usually
 // gets the lock without the cost of sleeping and being woken by the kernel.
 class LogGuard {
@@ -123,7 +129,7 @@ private:
 };
 
 CLogManager::CLogManager()
-    : m_pLogFile(std::make_unique<LogFile>()), m_bitsetFlags(std::string("0001")),
+    : m_pLogFile(std::make_unique<LogFile>()), m_bitsetFlags(1u << kDebuggerOutputBit),
       m_nLineCounter(0), m_nDepth(0), m_pClock(std::make_unique<TimeOfDayCache>()) {
   LogLock();
   m_stackLevels.push(LOG_LEVEL_TRIVIAL);
@@ -153,9 +159,9 @@ template <class Text> void CLogManager::WriteLine(Text const& message, EnLogLeve
 
   std::wstring& line = buffer.wide;
   line.clear();
-  if (m_bitsetFlags[3])
+  if (m_bitsetFlags[kLineNumberBit])
     AppendLineNumber(line, ++m_nLineCounter);
-  if (m_bitsetFlags[2])
+  if (m_bitsetFlags[kTimeStampBit])
     line += m_pClock->Prefix();
   line += L'[';
   line += LevelText(level);
@@ -166,8 +172,8 @@ template <class Text> void CLogManager::WriteLine(Text const& message, EnLogLeve
 }
 
 void CLogManager::Dispatch(LineBuffer& buffer, EnLogLevel level) {
-  const bool toDebugger = m_bitsetFlags[0] && platform::DebugOutputWanted();
-  const bool toFile = m_bitsetFlags[1] && m_pLogFile->IsWritable();
+  const bool toDebugger = m_bitsetFlags[kDebuggerOutputBit] && platform::DebugOutputWanted();
+  const bool toFile = m_bitsetFlags[kFileOutputBit] && m_pLogFile->IsWritable();
   if (toDebugger || toFile) {
     buffer.utf8.clear();
     detail::AppendUtf8(buffer.utf8, buffer.wide);
@@ -252,7 +258,7 @@ bool CLogManager::SetOutputFilePath(std::wstring const& path) {
   const std::string rule(37, '-');
   m_pLogFile->Write("\n" + rule + detail::DateTimeText(std::time(nullptr)) + rule + "\n");
   m_pLogFile->Flush(); // a file that cannot be written fails here, not lines later
-  m_bitsetFlags[1] = true;
+  m_bitsetFlags[kFileOutputBit] = true;
   return m_pLogFile->IsWritable();
 }
 
@@ -264,42 +270,42 @@ bool CLogManager::IsLogFileGood() {
 
 void CLogManager::SetLogFileOutput(bool on) {
   LogGuard lock(LogLock());
-  m_bitsetFlags[1] = on;
+  m_bitsetFlags[kFileOutputBit] = on;
 }
 
 bool CLogManager::IsLogFileOutput() {
   LogGuard lock(LogLock());
-  return m_bitsetFlags[1];
+  return m_bitsetFlags[kFileOutputBit];
 }
 
 void CLogManager::SetDebuggerOutput(bool on) {
   LogGuard lock(LogLock());
-  m_bitsetFlags[0] = on;
+  m_bitsetFlags[kDebuggerOutputBit] = on;
 }
 
 bool CLogManager::IsDebuggerOutput() {
   LogGuard lock(LogLock());
-  return m_bitsetFlags[0];
+  return m_bitsetFlags[kDebuggerOutputBit];
 }
 
 void CLogManager::SetTimeStamp(bool on) {
   LogGuard lock(LogLock());
-  m_bitsetFlags[2] = on;
+  m_bitsetFlags[kTimeStampBit] = on;
 }
 
 bool CLogManager::IsTimeStamp() {
   LogGuard lock(LogLock());
-  return m_bitsetFlags[2];
+  return m_bitsetFlags[kTimeStampBit];
 }
 
 void CLogManager::ShowLineNumber(bool on) {
   LogGuard lock(LogLock());
-  m_bitsetFlags[3] = on;
+  m_bitsetFlags[kLineNumberBit] = on;
 }
 
 bool CLogManager::IsShowLineNumber() {
   LogGuard lock(LogLock());
-  return m_bitsetFlags[3];
+  return m_bitsetFlags[kLineNumberBit];
 }
 
 void CLogManager::ResetLineNumber() {
