@@ -9,15 +9,6 @@
 
 namespace zrn {
 
-bool GMemStream::FastWrite(void const* src, unsigned int n) {
-  if (char* const at = FastRoom(n)) {
-    std::memcpy(at, src, n);
-    m_nPosition += n;
-    return true;
-  }
-  return GMemStream::Write(const_cast<void*>(src), n);
-}
-
 unsigned int GMemStream::FastRead(void* dst, unsigned int n) {
   char const* const bytes = FastTake(n);
   if (!bytes)

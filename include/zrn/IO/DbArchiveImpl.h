@@ -147,6 +147,7 @@ private:
   long long Position();
   // Overwrites the bytes at `position`, below the current end.
   void PatchBytes(long long position, void const* data, unsigned int size);
+  void PatchDevice(long long position, void const* data, unsigned int size);
 
   void WriteToDevice(void const* data, unsigned int size);
   bool ReadPayload(std::string& out, std::size_t size);

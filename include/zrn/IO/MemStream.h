@@ -88,8 +88,7 @@ private:
   // library's private IO/MemStreamFast.h so that hosts see no buffer
   // arithmetic: values that fit go straight to or from the buffer.
 
-  // Write and Read with the same results, without a virtual call.
-  inline bool FastWrite(void const* src, unsigned int n);
+  // Read with the same result, without a virtual call.
   inline unsigned int FastRead(void* dst, unsigned int n);
   // The next `n` bytes, consumed; null (and nothing consumed) when fewer
   // remain.
