@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <iostream>
 #include <string>
+#include <typeinfo>
 #include <vector>
 
 namespace {
@@ -25,48 +26,37 @@ public:
   std::wstring name;
   std::vector<double> points;
 
-  bool Serialize(zrn::GDbArchive& ar) override { return ar.IsLoading() ? Load(ar) : Store(ar); }
+  bool Serialize(zrn::GDbArchive& ar) override {
+    zrn::GTaggedObject object(ar, typeid(*this));
+    if (!ar.IsLoading())
+      return object.Write(1, [&] {
+        object.Block(kNameBlock, [&] { ar << name; });
+        object.Block(kPointsBlock, [&] { WritePoints(ar); });
+      });
+    return object.Read(1, [&](unsigned char tag) { // other tags: newer data, skipped
+      if (tag == kNameBlock)
+        ar >> name;
+      else if (tag == kPointsBlock)
+        ReadPoints(ar);
+      return tag == kNameBlock || tag == kPointsBlock;
+    });
+  }
 
 private:
   enum : unsigned char { kNameBlock = 1, kPointsBlock = 2 };
 
-  bool Store(zrn::GDbArchive& ar) {
-    const void* key = reinterpret_cast<void const*>(ar.CreateNewObjectID());
-    ar.BeginWriteObject(key, 1);
-    ar.BeginWriteBlock(kNameBlock, key);
-    ar << name;
-    ar.EndWriteBlock(kNameBlock, key);
-    ar.BeginWriteBlock(kPointsBlock, key);
+  void WritePoints(zrn::GDbArchive& ar) const {
     ar << static_cast<int>(points.size());
     for (double point : points)
       ar << point;
-    ar.EndWriteBlock(kPointsBlock, key);
-    ar.EndWriteObject(key);
-    return true;
   }
 
-  bool Load(zrn::GDbArchive& ar) {
-    unsigned char blocks = 0;
-    unsigned short version = 0;
-    ar.ReadObject(blocks, version);
-    for (unsigned i = 0; i < blocks; ++i) {
-      unsigned char tag = 0;
-      unsigned int size = 0;
-      ar.ReadBlock(tag, size);
-      if (tag == kNameBlock) {
-        ar >> name;
-      } else if (tag == kPointsBlock) {
-        int count = 0;
-        ar >> count;
-        points.assign(static_cast<std::size_t>(std::max(count, 0)), 0.0);
-        for (double& point : points)
-          ar >> point;
-      } else {
-        ar.SeekPos(static_cast<int>(size), zrn::GDbArchive::SEEKFROM_CURRENT); // newer data
-      }
-    }
-    ar.EndReadObject();
-    return true;
+  void ReadPoints(zrn::GDbArchive& ar) {
+    int count = 0;
+    ar >> count;
+    points.assign(static_cast<std::size_t>(std::max(count, 0)), 0.0);
+    for (double& point : points)
+      ar >> point;
   }
 };
 

@@ -2,6 +2,7 @@
 #include <zrn/IO/DbArchiveImpl.h>
 #include <zrn/IO/FileIOStream.h>
 #include <zrn/IO/MemStream.h>
+#include <zrn/IO/TaggedObject.h>
 
 #include "Support/Bytes.h"
 #include "Support/DeviceLimits.h"
@@ -9,9 +10,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <stdexcept>
+#include <typeinfo>
 
 namespace zrn {
 namespace {
@@ -412,6 +416,144 @@ TEST(GDbArchive, ARefusedWriteEndsTheOutput) {
   EXPECT_FALSE(direct.IsAllWriteDataOK());
   EXPECT_EQ(stream.GetDataSize(), 18u); // the string and the length of the wide one
   ErrorCode::Clear();
+}
+
+// A loading device that is not exactly the memory stream, so that the archive
+// reads it through the device's virtual operations.
+class OtherDevice : public GMemStream {
+public:
+  explicit OtherDevice(Bytes const& bytes) {
+    SetData(reinterpret_cast<char*>(const_cast<std::uint8_t*>(bytes.data())),
+            static_cast<int>(bytes.size()));
+  }
+};
+
+TEST(GDbArchive, PayloadsReadAlikeFromMemoryAndFromAnotherDevice) {
+  char payload[3] = {9, 8, 7};
+  const Bytes stored = Store([&](GDbArchiveImpl& ar) {
+    ar << std::string("a\0b", 3) << std::wstring(L"x\U0001F600");
+    ar.WriteBytes(payload, 3);
+    ar << 0x7FFFFFFF << 'z'; // a length far beyond the end
+  });
+  OtherDevice device(stored);
+  Loader memory(stored);
+  GDbArchiveImpl other(&device);
+  for (GDbArchiveImpl* ar : {&*memory, &other}) {
+    std::string text;
+    std::wstring wide;
+    void* data = nullptr;
+    int size = 0;
+    *ar >> text >> wide;
+    EXPECT_EQ(text, "a");
+    EXPECT_EQ(wide, L"x\U0001F600");
+    ar->ReadBytes(data, size);
+    ASSERT_EQ(size, 3);
+    EXPECT_EQ(std::memcmp(data, payload, 3), 0);
+    ::operator delete(data);
+    ar->ReadBytes(data, size);
+    EXPECT_EQ(data, nullptr);
+    EXPECT_EQ(size, 0);
+    EXPECT_EQ(ar->DevicePos(), static_cast<long long>(stored.size()) - 1);
+  }
+}
+
+// A host class framed by GTaggedObject: a name and a count, each in a block.
+// Fails on demand inside its count block, to exercise the roll-back.
+struct Framed {
+  std::string name;
+  int count = 0;
+  bool fail = false;
+  void Serialize(GDbArchive& ar) {
+    GTaggedObject object(ar, typeid(*this));
+    if (!ar.IsLoading()) {
+      object.Write(2, [&] {
+        object.Block(1, [&] { ar << name; });
+        object.Block(2, [&] { fail ? throw std::runtime_error("full") : ar << count; });
+      });
+      return;
+    }
+    object.Read(2, [&](unsigned char tag) {
+      if (tag == 1)
+        ar >> name;
+      if (tag == 2)
+        fail ? throw std::runtime_error("gone") : ar >> count;
+      return tag == 1 || tag == 2;
+    });
+  }
+};
+
+// The error boxes of an archive, and the process-wide box counter restored.
+class TaggedObjectTest : public ::testing::Test {
+protected:
+  void TearDown() override { g_nSerializeErrorMsgBoxMaxCount = m_previous; }
+
+private:
+  int m_previous = g_nSerializeErrorMsgBoxMaxCount;
+};
+
+TEST_F(TaggedObjectTest, WritesOneBlockPerFieldAndReadsThemBack) {
+  Framed part{"ab", 7};
+  const Bytes stored = Store([&](GDbArchiveImpl& ar) { part.Serialize(ar); });
+  EXPECT_EQ(stored, (Bytes{2, 0, 2, 1, 6, 0, 0, 0, 2, 0, 0, 0, 'a', 'b', //
+                           2, 4, 0, 0, 0, 7, 0, 0, 0}));
+  Framed back;
+  Loader in(stored);
+  back.Serialize(*in);
+  EXPECT_EQ(back.name, "ab");
+  EXPECT_EQ(back.count, 7);
+  EXPECT_EQ(in->DevicePos(), static_cast<long long>(stored.size()));
+  EXPECT_EQ(in->GetVersion(), 0);
+}
+
+TEST_F(TaggedObjectTest, ReaderSkipsUnknownBlocksAndNewerObjects) {
+  // Block 9 (unknown) before block 2.
+  Loader in(Bytes{2, 0, 2, 9, 3, 0, 0, 0, 0xEE, 0xEE, 0xEE, 2, 4, 0, 0, 0, 5, 0, 0, 0});
+  Framed back;
+  back.Serialize(*in);
+  EXPECT_EQ(back.count, 5);
+  EXPECT_EQ(in->DevicePos(), 20);
+
+  // Version 3 is newer than the reader's 2: nothing is read, all is skipped.
+  Loader newer(Bytes{3, 0, 1, 2, 4, 0, 0, 0, 5, 0, 0, 0, 0x2A});
+  Framed untouched;
+  untouched.Serialize(*newer);
+  EXPECT_EQ(untouched.count, 0);
+  EXPECT_EQ(newer->GetVersion(), 0);
+  unsigned char after = 0;
+  *newer >> after;
+  EXPECT_EQ(after, 0x2A);
+}
+
+TEST_F(TaggedObjectTest, FailedObjectIsRolledBackInsideItsEnclosingObject) {
+  g_nSerializeErrorMsgBoxMaxCount = -10;
+  Framed failing{"ab", 7, true};
+  const Bytes stored = Store([&](GDbArchiveImpl& ar) {
+    const void* key = Key(ar.CreateNewObjectID());
+    ar.BeginWriteObject(key, 1);
+    ar.BeginWriteBlock(1, key);
+    failing.Serialize(ar);
+    ar << 77;
+    ar.EndWriteBlock(1, key);
+    ar.EndWriteObject(key);
+  });
+  // The failed object is the empty object 01 00 00; the outer block's size
+  // counts it and the int after it.
+  EXPECT_EQ(stored, (Bytes{1, 0, 1, 1, 7, 0, 0, 0, 1, 0, 0, 77, 0, 0, 0}));
+
+  Framed good{"ab", 7};
+  const Bytes whole = Store([&](GDbArchiveImpl& ar) {
+    good.Serialize(ar);
+    ar << 77;
+  });
+  Loader in(whole);
+  Framed reader;
+  reader.fail = true;
+  reader.Serialize(*in);
+  int marker = 0;
+  *in >> marker;
+  EXPECT_EQ(marker, 77); // the failed read skipped the object whole
+  EXPECT_EQ(reader.name, "ab");
+  EXPECT_EQ(in->GetVersion(), 0);
 }
 
 } // namespace

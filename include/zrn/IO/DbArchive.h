@@ -13,6 +13,30 @@
 //   object      uint16 version, uint8 block count, then the blocks
 //   block       uint8 tag, uint32 payload size, then the payload
 // An empty object is the three bytes 01 00 00.
+//
+// A class stores itself as an object of tagged blocks with GTaggedObject
+// (zrn/IO/TaggedObject.h), which frames both directions and rolls a failed
+// object back; a reader skips the blocks it does not know:
+//
+//   bool CPart::Serialize(zrn::GDbArchive& ar) {
+//     zrn::GTaggedObject object(ar, typeid(*this));
+//     if (!ar.IsLoading())
+//       return object.Write(1, [&] {
+//         object.Block(kNameBlock, [&] { ar << name; });
+//         object.Block(kMassBlock, [&] { ar << mass; });
+//       });
+//     return object.Read(1, [&](unsigned char tag) {
+//       if (tag == kNameBlock) ar >> name;
+//       if (tag == kMassBlock) ar >> mass;
+//       return tag == kNameBlock || tag == kMassBlock;
+//     });
+//   }
+//
+// Over a GMemStream, GDbArchiveImpl writes and reads in memory:
+//
+//   zrn::GMemStream stream(true, nullptr, 0);   // storing, owned buffer
+//   zrn::GDbArchiveImpl out(&stream);
+//   out << part;                                // calls part.Serialize(out)
 #ifndef ZRN_IO_DBARCHIVE_H
 #define ZRN_IO_DBARCHIVE_H
 

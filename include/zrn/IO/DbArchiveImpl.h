@@ -7,7 +7,6 @@
 #include <zrn/IO/MemStream.h>
 
 #include <cstddef>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -49,30 +48,30 @@ public:
 
   GDbArchive& operator<<(std::string const& value) override;
   GDbArchive& operator<<(std::wstring const& value) override;
-  GDbArchive& operator<<(double value) override { return Put(value); }
-  GDbArchive& operator<<(unsigned long long value) override { return Put(value); }
-  GDbArchive& operator<<(long long value) override { return Put(value); }
-  GDbArchive& operator<<(float value) override { return Put(value); }
-  GDbArchive& operator<<(unsigned int value) override { return Put(value); }
-  GDbArchive& operator<<(int value) override { return Put(value); }
-  GDbArchive& operator<<(unsigned short value) override { return Put(value); }
-  GDbArchive& operator<<(short value) override { return Put(value); }
-  GDbArchive& operator<<(unsigned char value) override { return Put(value); }
-  GDbArchive& operator<<(char value) override { return Put(value); }
-  GDbArchive& operator<<(bool value) override { return Put(value); }
+  GDbArchive& operator<<(double value) override;
+  GDbArchive& operator<<(unsigned long long value) override;
+  GDbArchive& operator<<(long long value) override;
+  GDbArchive& operator<<(float value) override;
+  GDbArchive& operator<<(unsigned int value) override;
+  GDbArchive& operator<<(int value) override;
+  GDbArchive& operator<<(unsigned short value) override;
+  GDbArchive& operator<<(short value) override;
+  GDbArchive& operator<<(unsigned char value) override;
+  GDbArchive& operator<<(char value) override;
+  GDbArchive& operator<<(bool value) override;
 
   GDbArchive& operator>>(std::string& value) override;
   GDbArchive& operator>>(std::wstring& value) override;
-  GDbArchive& operator>>(double& value) override { return Get(value); }
-  GDbArchive& operator>>(unsigned long long& value) override { return Get(value); }
-  GDbArchive& operator>>(long long& value) override { return Get(value); }
-  GDbArchive& operator>>(float& value) override { return Get(value); }
-  GDbArchive& operator>>(unsigned int& value) override { return Get(value); }
-  GDbArchive& operator>>(int& value) override { return Get(value); }
-  GDbArchive& operator>>(unsigned short& value) override { return Get(value); }
-  GDbArchive& operator>>(short& value) override { return Get(value); }
-  GDbArchive& operator>>(unsigned char& value) override { return Get(value); }
-  GDbArchive& operator>>(char& value) override { return Get(value); }
+  GDbArchive& operator>>(double& value) override;
+  GDbArchive& operator>>(unsigned long long& value) override;
+  GDbArchive& operator>>(long long& value) override;
+  GDbArchive& operator>>(float& value) override;
+  GDbArchive& operator>>(unsigned int& value) override;
+  GDbArchive& operator>>(int& value) override;
+  GDbArchive& operator>>(unsigned short& value) override;
+  GDbArchive& operator>>(short& value) override;
+  GDbArchive& operator>>(unsigned char& value) override;
+  GDbArchive& operator>>(char& value) override;
   GDbArchive& operator>>(bool& value) override;
 
   GDbArchive& WriteBytes(void* data, int size) override;
@@ -133,54 +132,33 @@ private:
     long long start;
   };
 
-  // The one write path and the one read path: "memory stream or another
-  // device?" is decided here, and every typed operation goes through them.
-  void WriteOut(void const* data, unsigned int size) {
-    if (m_pMemory) {
-      if (!m_pMemory->FastWrite(data, size))
-        m_bWriteRefused = true;
-    } else {
-      WriteToDevice(data, size);
-    }
-  }
-  unsigned int ReadSome(void* data, unsigned int size) {
-    return m_pMemory ? m_pMemory->FastRead(data, size) : ReadFromDevice(data, size);
-  }
-  long long Position() { return m_pMemory ? m_pMemory->m_nPosition : DevicePosition(); }
-  void WriteToDevice(void const* data, unsigned int size);
-  unsigned int ReadFromDevice(void* data, unsigned int size);
-  long long DevicePosition();
+  // The device primitives. "Memory stream or another device?" is decided in
+  // them alone (defined in the source, inline there); every typed operation
+  // goes through them.
+  void WriteOut(void const* data, unsigned int size);
+  // Room for `size` bytes written in place (then Commit), or null: the caller
+  // then writes through WriteOut.
+  char* Room(unsigned long long size);
+  void Commit(unsigned int size);
+  unsigned int ReadSome(void* data, unsigned int size);
+  // The next `size` bytes, consumed: in the memory buffer, or read into the
+  // scratch string; null when fewer remain (nothing is allocated then).
+  char const* Take(std::size_t size);
+  long long Position();
+  // Overwrites the bytes at `position`, below the current end.
+  void PatchBytes(long long position, void const* data, unsigned int size);
+  void PatchDevice(long long position, void const* data, unsigned int size);
 
-  template <class T> GDbArchive& Put(T const& value) {
-    WriteOut(&value, sizeof value);
-    return *this;
-  }
-  template <class T> GDbArchive& Get(T& value) {
-    ReadSome(&value, sizeof value);
-    return *this;
-  }
+  void WriteToDevice(void const* data, unsigned int size);
+  bool ReadPayload(std::string& out, std::size_t size);
+  template <class T> GDbArchive& Put(T const& value);
+  template <class T> GDbArchive& Get(T& value);
   // Two values in one write: an object's version and count placeholder, a
   // block's tag and size placeholder.
-  template <class A, class B> void PutPair(A first, B second) {
-    if (m_pMemory) {
-      if (char* const at = m_pMemory->FastRoom(sizeof first + sizeof second)) {
-        std::memcpy(at, &first, sizeof first);
-        std::memcpy(at + sizeof first, &second, sizeof second);
-        m_pMemory->Advance(sizeof first + sizeof second);
-        return;
-      }
-    }
-    Put(first);
-    Put(second);
-  }
+  template <class A, class B> void PutPair(A first, B second);
+  template <class T> void Patch(long long position, T const& value);
   // A 32-bit length, then `size` bytes.
   void PutSized(int length, void const* data, unsigned int size);
-  // Overwrites the bytes of `value` at `position`, below the current end.
-  template <class T> void Patch(long long position, T const& value) {
-    if (!m_pMemory || !m_pMemory->FastPatch(position, &value, sizeof value))
-      PatchDevice(position, &value, sizeof value);
-  }
-  void PatchDevice(long long position, void const* data, unsigned int size);
 
   // The record of `key`, made the active one; null when `key` has none.
   ObjectPosRecord* SetActiveObject(void const* key) {
@@ -199,7 +177,6 @@ private:
   }
   // Forgets the objects begun at or after `position` and moves there.
   void RewindTo(long long position);
-  bool ReadPayload(std::string& out, std::size_t size);
 
   GIODevice* m_pDevice;
   // The device when it is exactly a GMemStream (no subclass overrides its

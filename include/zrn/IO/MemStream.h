@@ -5,7 +5,6 @@
 #include <zrn/IO/IODevice.h>
 #include <zrn/Object/Referenced.h>
 
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -85,52 +84,27 @@ private:
   // Refuses a write: fails the stream for good, reports `why`, returns null.
   char* Refuse(std::string const& why);
 
-  // The archive's inline paths, with the results of Write and Read: values
-  // that fit go straight to or from the buffer.
-  bool FastWrite(void const* src, unsigned int n) {
-    if (m_bOwned && !m_bFailed && m_nPosition + n < m_nSize) {
-      std::memcpy(m_pData + m_nPosition, src, n);
-      m_nPosition += n;
-      return true;
-    }
-    return GMemStream::Write(const_cast<void*>(src), n);
-  }
-  unsigned int FastRead(void* dst, unsigned int n) {
-    char const* const bytes = FastTake(n);
-    if (!bytes)
-      return 0;
-    std::memcpy(dst, bytes, n);
-    return n;
-  }
+  // The archive's inline paths. Declared here for the friend, defined in the
+  // library's private IO/MemStreamFast.h so that hosts see no buffer
+  // arithmetic: values that fit go straight to or from the buffer.
+
+  // Read with the same result, without a virtual call.
+  inline unsigned int FastRead(void* dst, unsigned int n);
   // The next `n` bytes, consumed; null (and nothing consumed) when fewer
   // remain.
-  char const* FastTake(unsigned long long n) {
-    if (m_nPosition < 0 || static_cast<unsigned long long>(m_nPosition) + n > m_nSize)
-      return nullptr;
-    char const* const bytes = m_pData + m_nPosition;
-    m_nPosition += static_cast<long long>(n);
-    return bytes;
-  }
+  inline char const* FastTake(unsigned long long n);
   // Room for `n` more bytes at the position of an owned buffer that already
   // has it (one byte to spare, as Write keeps), or null; nothing grows and
   // nothing fails here. The caller writes there and then calls Advance.
-  char* FastRoom(unsigned long long n) {
-    if (m_bOwned && !m_bFailed && static_cast<unsigned long long>(m_nPosition) + n < m_nSize)
-      return m_pData + m_nPosition;
-    return nullptr;
-  }
-  void Advance(unsigned int n) { m_nPosition += n; }
+  inline char* FastRoom(unsigned long long n);
+  inline void Advance(unsigned int n);
+  inline long long FastPos() const;
+  // Overwrites `n` bytes at `position` inside the written part of an owned
+  // buffer; false (nothing done) when that is not where they lie.
+  inline bool FastPatch(long long position, void const* src, unsigned int n);
   // Where a write of `n` bytes goes, after growing an owned buffer as needed;
   // null when the write is refused (the stream has failed then).
   char* Reserve(unsigned int n);
-  // Overwrites `n` bytes at `position` inside the written part of an owned
-  // buffer; false (nothing done) when that is not where they lie.
-  bool FastPatch(long long position, void const* src, unsigned int n) {
-    if (!m_bOwned || m_bFailed || position < 0 || position + n > m_nPosition)
-      return false;
-    std::memcpy(m_pData + position, src, n);
-    return true;
-  }
 
   std::vector<char> m_vecBuffer;
   long long m_nPosition;

@@ -18,7 +18,8 @@ public:
   virtual ~IBase();
 
   /// Writes or reads the object. The default writes an empty object when
-  /// storing and skips one when loading; returns true.
+  /// storing and skips one when loading; returns true. A class with data
+  /// frames it as an object of tagged blocks with GTaggedObject.
   virtual bool Serialize(GDbArchive& ar);
   /// The object's registered data type; GBM_OBJECT unless overridden.
   virtual eGBMDataType GetObjectType();

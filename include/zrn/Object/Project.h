@@ -5,6 +5,7 @@
 #define ZRN_OBJECT_PROJECT_H
 
 #include <zrn/Export.h>
+#include <zrn/IO/TaggedObject.h>
 #include <zrn/Object/Entity.h>
 #include <zrn/Object/IBase.h>
 
@@ -13,13 +14,6 @@
 namespace zrn {
 
 class GDBDevice;
-
-/// The count of serialisation error boxes shown so far: an error is reported
-/// through the archive's ErrorMsgBox only while this is below 1, and each box
-/// shown increments it. It starts at 0, so only the first error
-/// of the process is shown; a host lowers it (say to -9) to allow more.
-/// A plain global of the library namespace, not synchronised.
-ZRN_API extern int g_nSerializeErrorMsgBoxMaxCount;
 
 /// The root of an entity tree, and an archivable object (data type
 /// GBM_PROJECT) whose stored state is its unique-ID counter.
