@@ -4,6 +4,7 @@
 #include <zrn/Object/Referenced.h>
 #include <zrn/Property/Variant.h>
 
+#include <cassert>
 #include <cstring>
 #include <typeinfo>
 #include <utility>
@@ -183,8 +184,14 @@ CVariant& CVariant::operator=(double value) { return SetPlain(value, GBM_DOUBLE)
 
 CVariant::CVariant(std::string const& value) { *this = value; }
 CVariant::CVariant(std::wstring const& value) { *this = value; }
-CVariant::CVariant(char const* value) { *this = value; }
-CVariant::CVariant(wchar_t const* value) { *this = value; }
+CVariant::CVariant(char const* value) {
+  assert(value && "CVariant: null text");
+  *this = value;
+}
+CVariant::CVariant(wchar_t const* value) {
+  assert(value && "CVariant: null wide text");
+  *this = value;
+}
 CVariant::CVariant(CColor const& value) { *this = value; }
 
 CVariant& CVariant::operator=(std::string const& value) {

@@ -108,6 +108,14 @@ private:
     std::size_t hash;
   };
 
+  // Defined before its first use: a deduced return type must be known there.
+  auto Matches(Key const& key) const {
+    return [this, key](std::uint32_t node) {
+      AtomNode const& n = m_graph.nodes[node];
+      return n.property == key.property && n.atom.TargetId() == key.target;
+    };
+  }
+
   template <class Handle> void Enter(std::uint32_t node, bool perPath, Handle& handle) {
     AtomNode& n = m_graph.nodes[node];
     if (n.state != AtomNode::State::Waiting)
@@ -123,12 +131,6 @@ private:
 
   Key KeyOf(GRegenAtom const& atom);
   std::uint32_t Intern(std::wstring const& property);
-  auto Matches(Key const& key) const {
-    return [this, key](std::uint32_t node) {
-      AtomNode const& n = m_graph.nodes[node];
-      return n.property == key.property && n.atom.TargetId() == key.target;
-    };
-  }
 
   AtomGraph m_graph;
   // The property ids met in this pass: most passes meet few, so the last one
