@@ -38,9 +38,11 @@ std::int64_t Now() {
 // Recursive: writing all threads' tables to a file takes it again.
 using ProfileMutex = detail::CAnnotatedMutex<boost::recursive_mutex>;
 
+// Never destroyed: a manager with static storage made before the first lock
+// is destroyed after it, and its destructor still locks.
 ProfileMutex& ProfileLock() {
-  static ProfileMutex mutex;
-  return mutex;
+  static ProfileMutex* const mutex = new ProfileMutex;
+  return *mutex;
 }
 
 using ProfileGuard = detail::CScopedLock<ProfileMutex>;
