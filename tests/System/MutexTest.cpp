@@ -63,7 +63,7 @@ TEST(CLock, ReleasesWhenABlockIsLeftByAnException) {
 }
 
 #ifndef NDEBUG
-TEST(CMutexDeathTest, DestroyingAnOwnedMutexIsCaughtInDebugBuilds) {
+TEST(CMutexDeathTest, DestroyingAnOwnedMutexAbortsWhenAssertionsAreOn) {
   EXPECT_DEATH(
       {
         auto* mutex = new CMutex;
