@@ -12,4 +12,8 @@
 #define ZRN_API
 #endif
 
+// Lock annotations live beside the export macro: every public header that
+// declares a lock or the data it guards includes both.
+#include <zrn/ThreadSafety.h>
+
 #endif // ZRN_EXPORT_H

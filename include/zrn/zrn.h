@@ -4,6 +4,7 @@
 #define ZRN_ZRN_H
 
 #include <zrn/Export.h>
+#include <zrn/ThreadSafety.h>
 #include <zrn/Version.h>
 
 #include <zrn/IO/DBDevice.h>

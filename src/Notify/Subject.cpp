@@ -116,7 +116,12 @@ void CQueuedSubjectImpl::ApplyQueues() {
   }
 }
 
+// Out of line so that hosts never refer to the hidden base's virtual table.
+CSimpleSubjectImpl::CSimpleSubjectImpl() = default;
+
 CSimpleSubjectImpl::CSimpleSubjectImpl(ISubjectImpl& other) { TakeOver(other); }
+
+CSimpleSubjectImpl::~CSimpleSubjectImpl() = default;
 
 bool CSimpleSubjectImpl::Exist(IObserver* observer) {
   return std::find(m_vecObservers.begin(), m_vecObservers.end(), observer) != m_vecObservers.end();
@@ -132,7 +137,11 @@ void CSimpleSubjectImpl::Remove(IObserver* observer) {
   m_vecObservers.erase(std::find(m_vecObservers.begin(), m_vecObservers.end(), observer));
 }
 
+CUnorderedSubjectImpl::CUnorderedSubjectImpl() = default;
+
 CUnorderedSubjectImpl::CUnorderedSubjectImpl(ISubjectImpl& other) { TakeOver(other); }
+
+CUnorderedSubjectImpl::~CUnorderedSubjectImpl() = default;
 
 std::vector<IObserver*> const& CUnorderedSubjectImpl::Walkable() {
   if (m_bArrayStale) {

@@ -1,5 +1,6 @@
 #include <zrn/Object/ObjectFactory.h>
 
+#include <cassert>
 #include <string_view>
 
 namespace zrn {
@@ -53,6 +54,7 @@ eGBMDataType GBaseObjectFactory::GetDataTypeByClassName(std::string const& name)
 }
 
 eGBMDataType GBaseObjectFactory::GetDataTypeByClassName(char const* name) {
+  assert(name && "GetDataTypeByClassName: null class name");
   // Heterogeneous lookup: the long mangled names need no string of their own.
   const auto found = m_mapClassNames.find(std::string_view(name));
   return found == m_mapClassNames.end() ? GBM_NONE : found->second;

@@ -1,6 +1,10 @@
 #include <zrn/Object/Referenced.h>
 
+#include <zrn/System/Mutex.h>
+
 #include "Object/WeakCounterRegistry.h"
+
+#include <cassert>
 
 namespace zrn {
 
@@ -20,9 +24,15 @@ void CReferenced::SignalAndDelete(bool bDelete) {
     delete this;
 }
 
-void CReferenced::IntrusivePtrAddRef(CReferenced* p) { p->Ref(); }
+void CReferenced::IntrusivePtrAddRef(CReferenced* p) {
+  assert(p && "IntrusivePtrAddRef: null object");
+  p->Ref();
+}
 
-void CReferenced::IntrusivePtrRelease(CReferenced* p) { p->Unref(); }
+void CReferenced::IntrusivePtrRelease(CReferenced* p) {
+  assert(p && "IntrusivePtrRelease: null object");
+  p->Unref();
+}
 
 CReferenced::~CReferenced() { detail::ForgetWeakCounter(this); }
 
@@ -47,7 +57,7 @@ CWeakPtrCounter::CWeakPtrCounter(CReferenced const* observed)
 CWeakPtrCounter::~CWeakPtrCounter() = default;
 
 CReferenced* CWeakPtrCounter::AddRefLock() {
-  CLock lock(m_mutex);
+  CLock lock(Mutex());
   // Relaxed: Invalidate writes under the same lock.
   CReferenced* const object = m_pObserved.load(std::memory_order_relaxed);
   if (!object)
@@ -64,7 +74,7 @@ CReferenced* CWeakPtrCounter::AddRefLock() {
 }
 
 void CWeakPtrCounter::Invalidate() {
-  CLock lock(m_mutex);
+  CLock lock(Mutex());
   m_pObserved.store(nullptr, std::memory_order_release);
 }
 

@@ -2,6 +2,8 @@
 
 #include <zrn/Object/WeakPtr.h>
 
+#include "System/AnnotatedMutex.h"
+
 #include <array>
 #include <atomic>
 #include <cstdint>
@@ -17,9 +19,9 @@ namespace {
 constexpr std::size_t kShardCount = 64;
 
 struct Shard {
-  std::mutex mutex;
+  detail::CAnnotatedMutex<std::mutex> mutex;
   // Each entry holds one reference on its counter.
-  std::unordered_map<CReferenced const*, CWeakPtrCounter*> counters;
+  std::unordered_map<CReferenced const*, CWeakPtrCounter*> counters ZRN_GUARDED_BY(mutex);
 };
 
 class Registry {
@@ -51,7 +53,7 @@ CRefPtr<CWeakPtrCounter> GetWeakPtrCounter(CReferenced const* object) {
     return nullptr;
   Registry& registry = TheRegistry();
   Shard& shard = registry.ShardOf(object);
-  std::lock_guard<std::mutex> lock(shard.mutex);
+  detail::CScopedLock lock(shard.mutex);
   CWeakPtrCounter*& slot = shard.counters[object];
   if (!slot) {
     slot = new CWeakPtrCounter(object);
@@ -70,7 +72,7 @@ void ForgetWeakCounter(CReferenced const* object) {
   CWeakPtrCounter* counter = nullptr;
   {
     Shard& shard = registry.ShardOf(object);
-    std::lock_guard<std::mutex> lock(shard.mutex);
+    detail::CScopedLock lock(shard.mutex);
     auto found = shard.counters.find(object);
     if (found == shard.counters.end())
       return;

@@ -5,7 +5,9 @@
 #include "Platform/Platform.h"
 #include "Profile/LibraryMain.h"
 
+#include "System/AnnotatedMutex.h"
 #include <atomic>
+
 #include <mutex>
 #include <shared_mutex>
 #include <string>
@@ -31,8 +33,8 @@ thread_local ValistStream* t_pFallbackStream = nullptr;
 // Registration normally happens while modules load, before other threads
 // read; the lock makes a late registration safe all the same.
 struct MessageTable {
-  std::shared_mutex mutex;
-  std::unordered_map<int, std::string> formats;
+  detail::CAnnotatedMutex<std::shared_mutex> mutex;
+  std::unordered_map<int, std::string> formats ZRN_GUARDED_BY(mutex);
 };
 
 MessageTable& Messages() {
@@ -85,13 +87,13 @@ void ErrorCode::SetError(int code) {
 
 void SetErrorMessage(int code, char const* text) {
   MessageTable& table = Messages();
-  std::unique_lock<std::shared_mutex> lock(table.mutex);
+  detail::CScopedLock lock(table.mutex);
   table.formats[code] = text ? text : "";
 }
 
 char const* GetErrorMessage(int code) {
   MessageTable& table = Messages();
-  std::shared_lock<std::shared_mutex> lock(table.mutex);
+  detail::CSharedScopedLock lock(table.mutex);
   const auto found = table.formats.find(code);
   if (found == table.formats.end())
     return kUnknownCode;

@@ -2,6 +2,7 @@
 #include <zrn/System/CoreSystem.h>
 #include <zrn/System/Stopwatch.h>
 
+#include "System/AnnotatedMutex.h"
 #include "System/PathText.h"
 #include "System/TextCells.h"
 #include "Text/Utf8.h"
@@ -34,12 +35,17 @@ std::int64_t Now() {
   return static_cast<std::int32_t>(clock ? clock() : CStopwatch::GetTickCount());
 }
 
-boost::recursive_mutex& ProfileLock() {
-  static boost::recursive_mutex mutex;
-  return mutex;
+// Recursive: writing all threads' tables to a file takes it again.
+using ProfileMutex = detail::CAnnotatedMutex<boost::recursive_mutex>;
+
+// Never destroyed: a manager with static storage made before the first lock
+// is destroyed after it, and its destructor still locks.
+ProfileMutex& ProfileLock() {
+  static ProfileMutex* const mutex = new ProfileMutex;
+  return *mutex;
 }
 
-using ProfileGuard = boost::unique_lock<boost::recursive_mutex>;
+using ProfileGuard = detail::CScopedLock<ProfileMutex>;
 
 double Ratio(std::uint64_t part, std::uint64_t whole) {
   const auto divisor = static_cast<double>(whole);

@@ -2,6 +2,7 @@
 #include <zrn/System/CoreSystem.h>
 
 #include "Platform/Platform.h"
+#include "System/AnnotatedMutex.h"
 
 #include <boost/date_time/c_time.hpp>
 
@@ -49,9 +50,9 @@ struct Checkpoint {
 };
 
 struct CheckpointTable {
-  std::mutex mutex;
-  std::size_t count = 0;
-  Checkpoint entries[kMaxCheckpoints];
+  zrn::detail::CAnnotatedMutex<std::mutex> mutex;
+  std::size_t count ZRN_GUARDED_BY(mutex) = 0;
+  Checkpoint entries[kMaxCheckpoints] ZRN_GUARDED_BY(mutex);
 };
 
 CheckpointTable& Checkpoints() {
@@ -270,7 +271,7 @@ void QProfile::PrintReport(int indent) {
 
 void QProfile::PrintMemorySummary() {
   CheckpointTable& table = Checkpoints();
-  std::lock_guard<std::mutex> lock(table.mutex);
+  zrn::detail::CScopedLock lock(table.mutex);
   if (table.count == 0)
     return;
   Out("----------------- memory  status -----------------\r\n", false, nullptr);
@@ -340,7 +341,7 @@ QProfileStarter::~QProfileStarter() {
 
 int QPAddMemoryStatus(char const* label) {
   CheckpointTable& table = Checkpoints();
-  std::lock_guard<std::mutex> lock(table.mutex);
+  zrn::detail::CScopedLock lock(table.mutex);
   if (table.count == kMaxCheckpoints)
     return 0;
   zrn::sProcessMemoryCounters counters;
@@ -349,16 +350,22 @@ int QPAddMemoryStatus(char const* label) {
   return 1;
 }
 
+namespace {
+
+Checkpoint const* FindCheckpoint(CheckpointTable& table, char const* label)
+    ZRN_REQUIRES(table.mutex) {
+  for (std::size_t i = 0; i < table.count; ++i)
+    if (std::strcmp(Text(table.entries[i].label), Text(label)) == 0)
+      return &table.entries[i];
+  return nullptr;
+}
+
+} // namespace
+
 double QPMemoryDiffent(char const* a, char const* b) {
   CheckpointTable& table = Checkpoints();
-  std::lock_guard<std::mutex> lock(table.mutex);
-  auto find = [&](char const* label) -> Checkpoint const* {
-    for (std::size_t i = 0; i < table.count; ++i)
-      if (std::strcmp(Text(table.entries[i].label), Text(label)) == 0)
-        return &table.entries[i];
-    return nullptr;
-  };
-  Checkpoint const* first = find(a);
-  Checkpoint const* second = find(b);
+  zrn::detail::CScopedLock lock(table.mutex);
+  Checkpoint const* first = FindCheckpoint(table, a);
+  Checkpoint const* second = FindCheckpoint(table, b);
   return first && second ? first->mebibytes - second->mebibytes : 0.0;
 }

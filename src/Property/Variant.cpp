@@ -6,6 +6,7 @@
 
 #include "Property/PlainValue.h"
 
+#include <cassert>
 #include <cstring>
 #include <typeinfo>
 #include <utility>
@@ -140,8 +141,14 @@ CVariant& CVariant::operator=(double value) { return SetPlain(value, GBM_DOUBLE)
 
 CVariant::CVariant(std::string const& value) { *this = value; }
 CVariant::CVariant(std::wstring const& value) { *this = value; }
-CVariant::CVariant(char const* value) { *this = value; }
-CVariant::CVariant(wchar_t const* value) { *this = value; }
+CVariant::CVariant(char const* value) {
+  assert(value && "CVariant: null text");
+  *this = value;
+}
+CVariant::CVariant(wchar_t const* value) {
+  assert(value && "CVariant: null wide text");
+  *this = value;
+}
 CVariant::CVariant(CColor const& value) { *this = value; }
 
 CVariant& CVariant::operator=(std::string const& value) {

@@ -10,6 +10,7 @@
 #include <zrn/System/MappedMalloc.h>
 
 #include "Platform/Platform.h"
+#include "System/AnnotatedMutex.h"
 
 #include <boost/filesystem/operations.hpp>
 #include <boost/interprocess/exceptions.hpp>
@@ -57,8 +58,8 @@ struct MappedHeap {
 };
 
 std::atomic<SegmentManager*> g_pSegment{nullptr};
-MappedHeap* g_pHeap = nullptr; // never released: blocks live until exit
-std::mutex g_growLock;
+detail::CAnnotatedMutex<std::mutex> g_growLock;
+MappedHeap* g_pHeap ZRN_GUARDED_BY(g_growLock) = nullptr; // never released: blocks live until exit
 
 std::size_t PageAligned(uint64 bytes) {
   const std::size_t page = platform::PageSize();
@@ -125,7 +126,7 @@ MappedHeap* CreateHeap(uint64 r) {
 SegmentManager* Segment(uint64 r) {
   if (SegmentManager* segment = g_pSegment.load(std::memory_order_acquire))
     return segment;
-  std::lock_guard<std::mutex> lock(g_growLock);
+  detail::CScopedLock lock(g_growLock);
   if (!g_pHeap)
     g_pHeap = CreateHeap(r);
   SegmentManager* segment = g_pHeap->file.get_segment_manager();
@@ -162,7 +163,7 @@ void* mapped_malloc(uint64 size) {
   SegmentManager* segment = Segment(r);
   if (void* block = segment->allocate(static_cast<std::size_t>(size), std::nothrow))
     return block;
-  std::lock_guard<std::mutex> lock(g_growLock);
+  detail::CScopedLock lock(g_growLock);
   // Another thread may have grown the heap meanwhile.
   if (void* block = segment->allocate(static_cast<std::size_t>(size), std::nothrow))
     return block;

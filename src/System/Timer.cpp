@@ -2,7 +2,9 @@
 
 #include "Platform/Platform.h"
 
+#include "System/AnnotatedMutex.h"
 #include <map>
+
 #include <mutex>
 
 namespace zrn {
@@ -12,8 +14,8 @@ namespace {
 // callback may stop or destroy timers while no other thread can destroy the
 // timer being called.
 struct TimerTable {
-  std::recursive_mutex mutex;
-  std::map<std::uintptr_t, CTimer*> timers;
+  detail::CAnnotatedMutex<std::recursive_mutex> mutex;
+  std::map<std::uintptr_t, CTimer*> timers ZRN_GUARDED_BY(mutex);
 };
 
 TimerTable& Table() {
@@ -25,7 +27,7 @@ TimerTable& Table() {
 // thread ended), if the entry is still this timer's.
 void ForgetEntry(std::uintptr_t id, CTimer const* timer) {
   TimerTable& table = Table();
-  std::lock_guard<std::recursive_mutex> lock(table.mutex);
+  detail::CScopedLock lock(table.mutex);
   const auto found = table.timers.find(id);
   if (found != table.timers.end() && found->second == timer)
     table.timers.erase(found);
@@ -62,7 +64,7 @@ void CTimer::Start() {
   if (m_nTimerID != 0)
     ForgetEntry(m_nTimerID, this);
   TimerTable& table = Table();
-  std::lock_guard<std::recursive_mutex> lock(table.mutex);
+  detail::CScopedLock lock(table.mutex);
   const unsigned interval = m_nElapse > 0 ? static_cast<unsigned>(m_nElapse) : 0;
   m_nTimerID = platform::SetThreadTimer(interval, &CTimer::TimerProc);
   if (m_nTimerID != 0)
@@ -75,14 +77,14 @@ void CTimer::Stop() {
   if (!platform::KillThreadTimer(m_nTimerID))
     return;
   TimerTable& table = Table();
-  std::lock_guard<std::recursive_mutex> lock(table.mutex);
+  detail::CScopedLock lock(table.mutex);
   table.timers.erase(m_nTimerID);
   m_nTimerID = 0;
 }
 
 void CTimer::TimerProc(void*, unsigned int, std::uintptr_t id, unsigned long time) {
   TimerTable& table = Table();
-  std::lock_guard<std::recursive_mutex> lock(table.mutex);
+  detail::CScopedLock lock(table.mutex);
   const auto found = table.timers.find(id);
   if (found == table.timers.end())
     return;

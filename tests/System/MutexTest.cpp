@@ -62,5 +62,17 @@ TEST(CLock, ReleasesWhenABlockIsLeftByAnException) {
   EXPECT_TRUE(other.acquired);
 }
 
+#ifndef NDEBUG
+TEST(CMutexDeathTest, DestroyingAnOwnedMutexAbortsWhenAssertionsAreOn) {
+  EXPECT_DEATH(
+      {
+        auto* mutex = new CMutex;
+        mutex->Lock();
+        delete mutex;
+      },
+      "CMutex destroyed while a thread owns it");
+}
+#endif
+
 } // namespace
 } // namespace zrn

@@ -52,13 +52,17 @@ protected:
 /// leaves it attached (at the end, in the vector form), and a detach of an
 /// observer that is only waiting to be attached returns false and leaves the
 /// attach in place. For an attached observer the last call counts.
-class ZRN_API CQueuedSubjectImpl : public ISubjectImpl {
+///
+/// The library's own base of the two representations, not an extension
+/// point: only they can construct it, and only the operations hosts reach
+/// through them are exported (its type information is not).
+class CQueuedSubjectImpl : public ISubjectImpl {
 public:
-  bool Attach(IObserver* observer) override;
-  bool Detach(IObserver* observer) override;
-  void DetachAll() override;
-  void GetAllObservers(std::vector<IObserver*>& observers) override;
-  void Notify(unsigned int code, void* data) override;
+  ZRN_API bool Attach(IObserver* observer) override;
+  ZRN_API bool Detach(IObserver* observer) override;
+  ZRN_API void DetachAll() override;
+  ZRN_API void GetAllObservers(std::vector<IObserver*>& observers) override;
+  ZRN_API void Notify(unsigned int code, void* data) override;
 
 protected:
   /// Observers queued in order, each once.
@@ -70,7 +74,6 @@ protected:
     bool Has(IObserver* observer) const { return members.count(observer) != 0; }
   };
 
-  CQueuedSubjectImpl() = default;
   /// Takes over `other`'s observers (in its order) and its notifying flag.
   void TakeOver(ISubjectImpl& other);
 
@@ -83,6 +86,10 @@ protected:
   virtual std::vector<IObserver*> const& Walkable() = 0;
 
 private:
+  friend class CSimpleSubjectImpl;
+  friend class CUnorderedSubjectImpl;
+  CQueuedSubjectImpl() = default;
+
   void ApplyQueues();
 
   std::unique_ptr<Queue> m_pPendingAttach;
@@ -92,9 +99,10 @@ private:
 /// Observers in a vector, notified in attach order: cheap for few.
 class ZRN_API CSimpleSubjectImpl : public CQueuedSubjectImpl {
 public:
-  CSimpleSubjectImpl() = default;
+  CSimpleSubjectImpl();
   /// Takes over `other`'s observers in its order.
   explicit CSimpleSubjectImpl(ISubjectImpl& other);
+  ~CSimpleSubjectImpl() override;
 
   int GetImplType() override { return 0; }
   unsigned long long ObserverCount() override { return m_vecObservers.size(); }
@@ -116,9 +124,10 @@ private:
 /// Observers in a set ordered by address: cheap lookup for many.
 class ZRN_API CUnorderedSubjectImpl : public CQueuedSubjectImpl {
 public:
-  CUnorderedSubjectImpl() = default;
+  CUnorderedSubjectImpl();
   /// Takes over `other`'s observers.
   explicit CUnorderedSubjectImpl(ISubjectImpl& other);
+  ~CUnorderedSubjectImpl() override;
 
   int GetImplType() override { return 2; }
   unsigned long long ObserverCount() override { return m_setObservers.size(); }

@@ -62,7 +62,8 @@ public:
   void* CreateVoidObject(eGBMDataType type);
   /// The type registered under exactly `name`, or GBM_NONE.
   eGBMDataType GetDataTypeByClassName(std::string const& name);
-  /// The same lookup without building a string (`name` must not be null).
+  /// The same lookup without building a string. `name` must not be null
+  /// (asserted in Debug builds).
   eGBMDataType GetDataTypeByClassName(char const* name);
 
 private:

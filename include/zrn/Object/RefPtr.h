@@ -10,6 +10,7 @@
 
 #include <zrn/Object/Referenced.h>
 
+#include <cassert>
 #include <cstddef>
 #include <functional>
 #include <utility>
@@ -47,8 +48,16 @@ public:
   }
 
   T* get() const noexcept { return m_p; }
-  T& operator*() const noexcept { return *m_p; }
-  T* operator->() const noexcept { return m_p; }
+  /// The object; the pointer must not be empty.
+  T& operator*() const noexcept {
+    assert(m_p && "CRefPtr: dereferencing an empty pointer");
+    return *m_p;
+  }
+  /// The object's members; the pointer must not be empty.
+  T* operator->() const noexcept {
+    assert(m_p && "CRefPtr: member access through an empty pointer");
+    return m_p;
+  }
   explicit operator bool() const noexcept { return m_p != nullptr; }
 
   /// Drops the held reference and takes one on `p`.

@@ -10,9 +10,10 @@
 #define ZRN_OBJECT_REFERENCED_H
 
 #include <zrn/Export.h>
-#include <zrn/System/Mutex.h>
+#include <zrn/System/detail/MutexStorage.h>
 
 #include <atomic>
+#include <cassert>
 
 namespace zrn {
 
@@ -65,9 +66,15 @@ private:
 };
 
 /// Hook for boost::intrusive_ptr and similar smart pointers.
-inline void intrusive_ptr_add_ref(CReferenced* p) { p->Ref(); }
+inline void intrusive_ptr_add_ref(CReferenced* p) {
+  assert(p && "intrusive_ptr_add_ref: null object");
+  p->Ref();
+}
 /// Hook for boost::intrusive_ptr and similar smart pointers.
-inline void intrusive_ptr_release(CReferenced* p) { p->Unref(); }
+inline void intrusive_ptr_release(CReferenced* p) {
+  assert(p && "intrusive_ptr_release: null object");
+  p->Unref();
+}
 
 /// A counted record shared by all weak holders of one object.
 ///
@@ -83,29 +90,33 @@ public:
 
   /// The observed object as it stands, without taking a reference or the lock.
   /// Null once the object is gone; a non-null result may be dying already.
-  CReferenced* GetObserverdObject() { return m_pObserved.load(std::memory_order_acquire); }
+  CReferenced* GetObserverdObject() ZRN_NO_THREAD_SAFETY_ANALYSIS {
+    return m_pObserved.load(std::memory_order_acquire);
+  }
   /// The observed object as it stands, without taking a reference or the lock.
-  CReferenced const* GetObserverdObject() const {
+  CReferenced const* GetObserverdObject() const ZRN_NO_THREAD_SAFETY_ANALYSIS {
     return m_pObserved.load(std::memory_order_acquire);
   }
 
   /// A new strong reference to the observed object, or null once the object
   /// is gone or its count has already fallen to 0. The caller owns the
   /// reference that a non-null result carries and drops it with Unref.
-  CReferenced* AddRefLock();
+  CReferenced* AddRefLock() ZRN_EXCLUDES(Mutex());
 
   /// Forgets the observed object under the counter's lock. Whoever destroys
   /// the observed object calls this; CWeakPtr's registry does it for you.
-  void Invalidate();
+  void Invalidate() ZRN_EXCLUDES(Mutex());
 
 protected:
   ~CWeakPtrCounter() override;
 
 private:
-  CMutex m_mutex;
-  // Written only under m_mutex; read under it by AddRefLock and without it by
-  // GetObserverdObject.
-  std::atomic<CReferenced*> m_pObserved;
+  CMutex& Mutex() const noexcept { return m_mutex.Get(); }
+
+  detail::MutexStorage m_mutex;
+  // Written only under the lock; read under it by AddRefLock and without it
+  // by GetObserverdObject, which is why the getters opt out of the check.
+  std::atomic<CReferenced*> m_pObserved ZRN_GUARDED_BY(Mutex());
 };
 
 } // namespace zrn

@@ -87,9 +87,9 @@ public:
   CVariant(double value);
   CVariant(std::string const& value);
   CVariant(std::wstring const& value);
-  /// `value` must not be null.
+  /// `value` must not be null (asserted in Debug builds).
   CVariant(char const* value);
-  /// `value` must not be null.
+  /// `value` must not be null (asserted in Debug builds).
   CVariant(wchar_t const* value);
   CVariant(CColor const& value);
 

@@ -19,20 +19,24 @@ namespace zrn {
 /// The owning thread may lock it again without blocking and must unlock it as
 /// many times as it locked it. Unlock from a thread that does not own the
 /// mutex does nothing. Neither copyable nor movable. Thread-safe.
-class ZRN_API CMutex {
+///
+/// The lock annotations describe one level; the analysis does not know that
+/// a second Lock by the owner succeeds, so code that relies on re-entry says
+/// so where it switches the check off.
+class ZRN_API ZRN_CAPABILITY("mutex") CMutex {
 public:
   /// Creates a mutex that no thread owns.
   CMutex();
-  /// Destroys the mutex; it must not be owned.
+  /// Destroys the mutex; it must not be owned (asserted in Debug builds).
   ~CMutex();
 
   CMutex(CMutex const&) = delete;
   CMutex& operator=(CMutex const&) = delete;
 
   /// Waits without time limit until the calling thread owns the mutex.
-  void Lock();
+  void Lock() ZRN_ACQUIRE();
   /// Releases one level of ownership held by the calling thread.
-  void Unlock();
+  void Unlock() ZRN_RELEASE();
 
 private:
   std::mutex m_mutex;
@@ -41,12 +45,12 @@ private:
 };
 
 /// Owns one level of a CMutex from construction to destruction.
-class ZRN_API CLock {
+class ZRN_API ZRN_SCOPED_CAPABILITY CLock {
 public:
   /// Waits for `mutex` without time limit and keeps a reference to it.
-  explicit CLock(CMutex& mutex);
+  explicit CLock(CMutex& mutex) ZRN_ACQUIRE(mutex);
   /// Releases the level taken by the constructor.
-  ~CLock();
+  ~CLock() ZRN_RELEASE();
 
   CLock(CLock const&) = delete;
   CLock& operator=(CLock const&) = delete;

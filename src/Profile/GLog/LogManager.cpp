@@ -3,10 +3,10 @@
 
 #include "Platform/Platform.h"
 #include "Profile/GLog/LogFile.h"
+#include "System/AnnotatedMutex.h"
 #include "System/LocalTime.h"
 #include "Text/Utf8.h"
 
-#include <boost/thread/locks.hpp>
 #include <boost/thread/recursive_mutex.hpp>
 
 #include <ctime>
@@ -31,16 +31,22 @@ constexpr std::size_t kLineNumberBit = 3;
 
 // Lines are short critical sections: a waiter that spins briefly usually
 // gets the lock without the cost of sleeping and being woken by the kernel.
-class LogGuard {
+// The analysis cannot follow a lock taken by one of several branches, hence
+// the constructor's opt-out; its annotation still tells callers it locks.
+template <class Lockable> class ZRN_SCOPED_CAPABILITY LogGuard {
 public:
-  explicit LogGuard(boost::recursive_mutex& mutex) : m_lock(mutex, boost::defer_lock) {
+  explicit LogGuard(Lockable& mutex) ZRN_ACQUIRE(mutex) ZRN_NO_THREAD_SAFETY_ANALYSIS
+      : m_mutex(mutex) {
     for (int spin = 0; spin < kSpinLimit; ++spin) {
-      if (m_lock.try_lock())
+      if (m_mutex.try_lock())
         return;
       CpuRelax();
     }
-    m_lock.lock();
+    m_mutex.lock();
   }
+  ~LogGuard() ZRN_RELEASE() { m_mutex.unlock(); }
+  LogGuard(LogGuard const&) = delete;
+  LogGuard& operator=(LogGuard const&) = delete;
 
 private:
   static constexpr int kSpinLimit = 200;
@@ -51,15 +57,8 @@ private:
 #endif
   }
 
-  boost::unique_lock<boost::recursive_mutex> m_lock;
+  Lockable& m_mutex;
 };
-
-// Created before the manager (its constructor asks for it) and so destroyed
-// after it.
-boost::recursive_mutex& LogLock() {
-  static boost::recursive_mutex mutex;
-  return mutex;
-}
 
 std::wstring_view LevelText(EnLogLevel level) {
   switch (level) {
@@ -102,6 +101,15 @@ void AppendLineNumber(std::wstring& out, std::uint64_t number) {
 }
 
 } // namespace
+
+class CLogManager::StateLock : public detail::CAnnotatedMutex<boost::recursive_mutex> {};
+
+// Created before the manager (its constructor asks for it) and so destroyed
+// after it.
+CLogManager::StateLock& CLogManager::LogLock() {
+  static StateLock mutex;
+  return mutex;
+}
 
 struct CLogManager::LineBuffer {
   std::wstring wide;

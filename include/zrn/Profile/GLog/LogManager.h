@@ -120,22 +120,27 @@ private:
   class LogFile;
   struct LineBuffer;
   class TimeOfDayCache;
+  // Recursive, so that a stream may log while a line is being inserted into it.
+  class ZRN_CAPABILITY("mutex") StateLock;
+
+  // The one lock of everything below; it outlives the manager.
+  static StateLock& LogLock();
 
   template <class Text> void WriteLine(Text const& message, EnLogLevel level);
-  void Dispatch(LineBuffer& buffer, EnLogLevel level);
-  EnLogLevel FilterLevel() const;
+  void Dispatch(LineBuffer& buffer, EnLogLevel level) ZRN_REQUIRES(LogLock());
+  EnLogLevel FilterLevel() const ZRN_REQUIRES(LogLock());
 
-  std::unique_ptr<LogFile> m_pLogFile;
-  std::vector<std::basic_ostream<wchar_t>*> m_vecOutputStreams;
-  std::bitset<4> m_bitsetFlags;
-  std::stack<EnLogLevel, std::deque<EnLogLevel>> m_stackLevels;
-  std::uint64_t m_nLineCounter;
+  std::unique_ptr<LogFile> m_pLogFile ZRN_GUARDED_BY(LogLock());
+  std::vector<std::basic_ostream<wchar_t>*> m_vecOutputStreams ZRN_GUARDED_BY(LogLock());
+  std::bitset<4> m_bitsetFlags ZRN_GUARDED_BY(LogLock());
+  std::stack<EnLogLevel, std::deque<EnLogLevel>> m_stackLevels ZRN_GUARDED_BY(LogLock());
+  std::uint64_t m_nLineCounter ZRN_GUARDED_BY(LogLock());
 
   // Per nesting depth, so that a stream that logs from within an insertion
   // does not overwrite the line being written.
-  std::vector<std::unique_ptr<LineBuffer>> m_vecBuffers;
-  std::size_t m_nDepth;
-  std::unique_ptr<TimeOfDayCache> m_pClock;
+  std::vector<std::unique_ptr<LineBuffer>> m_vecBuffers ZRN_GUARDED_BY(LogLock());
+  std::size_t m_nDepth ZRN_GUARDED_BY(LogLock());
+  std::unique_ptr<TimeOfDayCache> m_pClock ZRN_GUARDED_BY(LogLock());
 };
 
 } // namespace zrn
