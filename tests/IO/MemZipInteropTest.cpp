@@ -3,6 +3,8 @@
 // installs them).
 #include <zrn/IO/MemZip.h>
 
+#include "Support/TempFolder.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -10,7 +12,6 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -49,19 +50,13 @@ std::string ReadFile(fs::path const& path) {
 
 class CMemZipInteropTest : public ::testing::Test {
 protected:
-  CMemZipInteropTest()
-      : m_dir(fs::path(::testing::TempDir()) /
-              (std::string("zrn_zip_interop_") +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name() + "_" +
-               std::to_string(std::random_device{}()))) {
-    fs::remove_all(m_dir);
+  CMemZipInteropTest() {
     fs::create_directories(m_dir / "tree");
     for (Entry const& entry : m_entries) {
       fs::create_directories((m_dir / "tree" / entry.name).parent_path());
       std::ofstream(m_dir / "tree" / entry.name, std::ios::binary) << entry.content;
     }
   }
-  ~CMemZipInteropTest() override { fs::remove_all(m_dir); }
 
   // Runs a shell command in the test's folder; true when it exits with 0.
   bool Run(std::string const& command) const {
@@ -83,7 +78,8 @@ protected:
   }
 
   const std::vector<Entry> m_entries = SampleEntries();
-  const fs::path m_dir;
+  zrn::test::TempFolder m_folder; // a folder of its own, removed afterwards
+  const fs::path m_dir = m_folder.Path();
 };
 
 // Checks an archive against the folder "tree" with zipfile; also prints the
