@@ -50,6 +50,7 @@ IBaseProject* CStoreLoad::Run(long long projectId) {
   Attach();
   loading = wasLoading;
   m_rows.clear();
+  m_device.SetSynced(project);
   return project;
 }
 
