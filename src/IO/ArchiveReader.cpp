@@ -66,8 +66,10 @@ public:
 
   bool Run() {
     const long long size = m_source.Size();
-    if (m_options.m_eRoot == EArchiveRoot::Stream &&
-        detail::IsPropertyCollection(m_source, 0, size))
+    if (m_options.m_nMaxDepth == 0)
+      Fail(0, "nesting deeper than 0 levels");
+    else if (m_options.m_eRoot == EArchiveRoot::Stream &&
+             detail::IsPropertyCollection(m_source, 0, size))
       Push({.kind = EFrame::Collection, .start = 0, .pos = 0, .end = size});
     else
       Push({.kind = EFrame::Objects, .start = 0, .pos = 0, .end = size});
@@ -95,12 +97,16 @@ private:
     }
   }
 
-  void Push(sFrame const& frame) {
-    if (m_frames.size() >= m_options.m_nMaxDepth)
-      return Fail(frame.start,
-                  "nesting deeper than " + std::to_string(m_options.m_nMaxDepth) + " levels");
-    m_frames.push_back(frame);
+  // Whether `levels` more frames fit; stops the walk when not. Asked before
+  // the Begin event of what the frames hold, so that every Begin has its End.
+  bool Room(long long at, std::size_t levels) {
+    if (m_frames.size() + levels <= m_options.m_nMaxDepth)
+      return true;
+    Fail(at, "nesting deeper than " + std::to_string(m_options.m_nMaxDepth) + " levels");
+    return false;
   }
+
+  void Push(sFrame const& frame) { m_frames.push_back(frame); }
 
   // Ends the top frame; an object hands its end to the region around it.
   void Pop() {
@@ -150,6 +156,8 @@ private:
       return Fail(at, Short("object header cut short", detail::kObjectHeaderSize, region.end - at));
     const detail::sObjectHeader header =
         detail::DecodeObjectHeader(m_source.At(at, detail::kObjectHeaderSize));
+    if (!Room(at, 1))
+      return;
     const bool project =
         m_options.m_eRoot == EArchiveRoot::ProjectRecord && at == 0 && m_frames.size() == 1;
     m_visitor.BeginObject(
@@ -176,6 +184,8 @@ private:
                                                object.end - at));
     const detail::sBlockHeader header =
         detail::DecodeBlockHeader(m_source.At(at, detail::kBlockHeaderSize));
+    if (!Room(at, 2))
+      return;
     --object.blocksLeft;
     const long long payload = at + static_cast<long long>(detail::kBlockHeaderSize);
     const bool truncated = static_cast<unsigned long long>(object.end - payload) < header.size;
@@ -251,6 +261,8 @@ private:
       m_visitor.EndNamed(collection.end);
       return Pop();
     }
+    if (!Room(collection.pos, 2))
+      return;
     detail::sPropertyStep step;
     if (!detail::ReadProperty(cursor, &m_sink, collection.lastId, step))
       return Fail(collection.pos, "unreadable property");
