@@ -220,9 +220,7 @@ private:
   void Counter(long long payload, long long end) {
     long long counter = 0;
     std::memcpy(&counter, m_source.At(payload, sizeof counter), sizeof counter);
-    m_sink.text = std::to_string(counter);
-    m_visitor.Named(
-        {payload, 8, "unique-ID counter", counter, -1, nullptr, m_sink.text, false, false});
+    m_visitor.Named({payload, 8, "unique-ID counter", counter, -1, nullptr, {}, false, false});
     m_visitor.EndBlock(end);
   }
 

@@ -175,7 +175,7 @@ TEST(CArchiveReader, NamesTheProjectRecordOnlyWhenTold) {
   project.GetUniqueID();
   const Bytes bytes = Store([&](GDbArchiveImpl& ar) { project.Serialize(ar); });
   EXPECT_EQ(Walk(bytes, EArchiveRoot::ProjectRecord).events,
-            "O@0v1n1(project record){B@3t1s8{Nunique-ID counter#3=3}}");
+            "O@0v1n1(project record){B@3t1s8{Nunique-ID counter#3}}");
   EXPECT_EQ(Walk(bytes).events, "O@0v1n1{B@3t1s8{D@8:8=0300000000000000}}");
 }
 
