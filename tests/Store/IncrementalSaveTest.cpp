@@ -107,7 +107,8 @@ TEST_F(IncrementalSave, DeletedSubtreeLosesItsRows) {
   std::vector<long long> logged;
   device.GetObjectsState().GetDeleteList(logged);
   std::sort(logged.begin(), logged.end());
-  ASSERT_EQ(logged, doomedIds); // ids were handed out in pre-order
+  std::sort(doomedIds.begin(), doomedIds.end());
+  ASSERT_EQ(logged, doomedIds);
 
   ASSERT_TRUE(Save(*project)) << device.LastError();
   EXPECT_EQ(facade.LastSaveRowCount(), doomedIds.size());
@@ -120,10 +121,10 @@ TEST_F(IncrementalSave, DeletedSubtreeLosesItsRows) {
   EXPECT_TRUE(rows.empty());
   {
     RawDb raw(Narrow());
-    EXPECT_EQ(raw.Integer("SELECT count(*) FROM EntityTable WHERE ID BETWEEN " +
-                          std::to_string(doomedIds.front()) + " AND " +
-                          std::to_string(doomedIds.back())),
-              0);
+    std::string list;
+    for (long long id : doomedIds)
+      list += (list.empty() ? "" : ",") + std::to_string(id);
+    EXPECT_EQ(raw.Integer("SELECT count(*) FROM EntityTable WHERE ID IN (" + list + ")"), 0);
     EXPECT_EQ(raw.Integer("SELECT count(*) FROM EntityTable"),
               static_cast<long long>(AllEntities(project.get()).size()));
   }
