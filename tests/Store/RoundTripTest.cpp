@@ -10,8 +10,11 @@ namespace {
 
 using RoundTrip = StoreTest;
 
+// A host's own flag bit.
+constexpr auto kHostFlag = static_cast<EGOBJECT_FLAG>(0x100);
+
 // A bit of everything: host and library types, nesting, empty and plain
-// impls, NO_MODIFY on an inner node and on a leaf.
+// impls, NO_MODIFY on an inner node and on a leaf, a host's flag bit.
 std::unique_ptr<CNoteProject> MixedProject() {
   auto project = std::make_unique<CNoteProject>();
   NoteOf(project.get())->text = "root";
@@ -25,7 +28,8 @@ std::unique_ptr<CNoteProject> MixedProject() {
   auto* frozen = new CMarkerEntity;
   project->AddChild(frozen);
   frozen->SetObjectFlag(true, EGOBJECT_FLAG_NO_MODIFY);
-  AddNote(project.get(), "gamma", -5);
+  AddNote(project.get(), "gamma", -5)->SetObjectFlag(true, kHostFlag);
+  alpha->SetObjectFlag(true, kHostFlag);
   return project;
 }
 

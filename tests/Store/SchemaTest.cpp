@@ -85,7 +85,8 @@ TEST_F(StoreFile, UnreadableDataReadsAsEmptyOrFailsTheLoad) {
   std::filesystem::copy_file(Narrow(), Narrow(copy));
   const std::pair<char const*, char const*> damages[] = {
       {"random bytes", "UPDATE EntityTable SET Data = randomblob(64) WHERE ID = 4"},
-      {"a huge claimed length", "UPDATE EntityTable SET Data = x'01000101ffffff7fffffff7f' WHERE ID = 4"},
+      {"a huge claimed length",
+       "UPDATE EntityTable SET Data = x'01000101ffffff7fffffff7f' WHERE ID = 4"},
       {"cut short", "UPDATE EntityTable SET Data = substr(Data, 1, 9) WHERE ID = 4"},
       {"empty", "UPDATE EntityTable SET Data = x'' WHERE ID = 4"},
       {"null", "UPDATE EntityTable SET Data = NULL WHERE ID = 4"},
@@ -125,7 +126,8 @@ void WriteVersionOne(std::string const& from, std::string const& path) {
                        "Flags INTEGER NOT NULL DEFAULT 0, Data BLOB);"
                        "CREATE TABLE ProjectTable(ID INTEGER PRIMARY KEY, Data BLOB);"
                        "PRAGMA user_version = 1;"));
-  ASSERT_TRUE(raw.Exec("ATTACH DATABASE '" + from + "' AS v2;"
+  ASSERT_TRUE(raw.Exec("ATTACH DATABASE '" + from +
+                       "' AS v2;"
                        "INSERT INTO EntityTable SELECT ID, PID, Seq, Type, Flags, Data "
                        "FROM v2.EntityTable;"
                        "INSERT INTO ProjectTable SELECT ID, Data FROM v2.ProjectTable;"

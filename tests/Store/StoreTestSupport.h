@@ -114,7 +114,8 @@ struct SNodeView {
   long long id = 0;
   long long parentId = 0;
   int type = -1;
-  bool noModify = false;
+  /// The flag bits other than MODIFIED, SWAPPED and STORED.
+  int flags = 0;
   bool hasNote = false;
   std::string text;
   long long number = 0;
@@ -123,7 +124,7 @@ struct SNodeView {
 
 inline std::ostream& operator<<(std::ostream& out, SNodeView const& v) {
   return out << "{id " << v.id << " parent " << v.parentId << " type " << v.type
-             << (v.noModify ? " no-modify" : "") << " note " << v.hasNote << " '"
+             << " flags " << v.flags << " note " << v.hasNote << " '"
              << v.text.substr(0, 40) << "' " << v.number << "}";
 }
 
@@ -137,7 +138,9 @@ inline std::vector<SNodeView> Describe(IBaseEntity* root, CEntityTypeRegistry co
     view.id = e->GetObjectID();
     view.parentId = e->GetParent() ? e->GetParent()->GetObjectID() : 0;
     view.type = types.TypeOf(*e);
-    view.noModify = e->HasObjectFlag(EGOBJECT_FLAG_NO_MODIFY);
+    for (int shift = 3; shift < 31; ++shift)
+      if (e->HasObjectFlag(static_cast<EGOBJECT_FLAG>(1 << shift)))
+        view.flags |= 1 << shift;
     if (withData) {
       if (auto* note = NoteOf(e)) {
         view.hasNote = true;
@@ -182,8 +185,8 @@ inline std::pair<std::string, long long> ReadNote(std::string const& bytes) {
 class RawDb {
 public:
   explicit RawDb(std::string const& path) {
-    if (sqlite3_open_v2(path.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                        nullptr) != SQLITE_OK)
+    if (sqlite3_open_v2(path.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr) !=
+        SQLITE_OK)
       ADD_FAILURE() << "cannot open " << path << ": " << sqlite3_errmsg(m_db);
   }
   ~RawDb() { sqlite3_close(m_db); }
