@@ -55,7 +55,7 @@ TEST_F(RoundTrip, MixedTreeComesBackEagerlyAndLazily) {
     ASSERT_TRUE(loaded);
     EXPECT_EQ(typeid(*loaded), typeid(CNoteProject));
     ExpectFlags(loaded.get(), !eager);
-    // Eagerly the four notes (root included) are read; lazily none yet.
+    // Eagerly the five notes (root included) are read; lazily none yet.
     EXPECT_EQ(CNoteImpl::s_nCreated - created, eager ? 5 : 0);
     EXPECT_EQ(Describe(loaded.get(), facade.Types()), saved);
     ExpectFlags(loaded.get(), false); // reading data in marks nothing modified
