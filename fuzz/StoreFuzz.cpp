@@ -14,6 +14,7 @@
 #include "Support/TempFolder.h"
 
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -67,12 +68,14 @@ public:
 };
 
 constexpr std::size_t kRowInputLimit = 4096;
+constexpr int kFuzzType = 100;
+// The child of row 2 under the root.
 constexpr long long kFuzzedRow = 3;
 
 // The facade, a folder, and a store whose row kFuzzedRow takes the input.
 struct Setup {
   Setup() {
-    facade.Types().Register<CFuzzEntity>(100);
+    facade.Types().Register<CFuzzEntity>(kFuzzType);
     zrn::SetIOFacade(&facade);
     zrn::IBaseProject project;
     auto* parent = new CFuzzEntity;
@@ -130,10 +133,17 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   }
   {
     zrn::GSqliteDevice device;
-    if (!device.Open(setup.rowStore) ||
-        !device.WriteData("EntityTable", kFuzzedRow,
-                          std::string(reinterpret_cast<char const*>(data), size)))
-      __builtin_trap(); // the row store itself is broken
+    zrn::SEntityRow row;
+    row.id = kFuzzedRow;
+    row.parentId = kFuzzedRow - 1;
+    row.type = kFuzzType;
+    row.data = reinterpret_cast<char const*>(data);
+    row.size = static_cast<unsigned>(size);
+    if (!device.Open(setup.rowStore) || !device.BeginTransaction() || !device.WriteRow(row) ||
+        !device.CommitTransaction()) {
+      std::fprintf(stderr, "the row store is broken: %s\n", device.LastError().c_str());
+      __builtin_trap();
+    }
   }
   LoadAndUse(setup, setup.rowStore, true);
   LoadAndUse(setup, setup.rowStore, false);
