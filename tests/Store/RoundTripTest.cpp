@@ -8,7 +8,18 @@
 namespace zrn::test {
 namespace {
 
-using RoundTrip = StoreTest;
+class RoundTrip : public StoreTest {
+protected:
+  // The saved file loads, eagerly and lazily, as `project` is in memory.
+  void ExpectLoadsAs(IBaseProject& project) {
+    for (bool eager : {true, false}) {
+      SCOPED_TRACE(eager ? "eager" : "lazy");
+      auto loaded = Load(eager);
+      ASSERT_TRUE(loaded);
+      EXPECT_EQ(Describe(loaded.get(), facade.Types()), Describe(&project, facade.Types()));
+    }
+  }
+};
 
 // A host's own flag bit.
 constexpr auto kHostFlag = static_cast<EGOBJECT_FLAG>(0x100);
@@ -173,12 +184,7 @@ TEST_F(RoundTrip, SiblingsWhoseIdsDoNotIncreaseKeepTheirOrder) {
   AddNote(other, "b");
   ASSERT_TRUE(Save(project)) << DeviceOf(project).LastError();
 
-  for (bool eager : {true, false}) {
-    SCOPED_TRACE(eager ? "eager" : "lazy");
-    auto loaded = Load(eager);
-    ASSERT_TRUE(loaded);
-    EXPECT_EQ(Describe(loaded.get(), facade.Types()), Describe(&project, facade.Types()));
-  }
+  ExpectLoadsAs(project);
 }
 
 TEST_F(RoundTrip, LargeBlobsAndEmptyImplsSurvive) {
@@ -191,12 +197,7 @@ TEST_F(RoundTrip, LargeBlobsAndEmptyImplsSurvive) {
   AddNote(&project, big.substr(0, 1 << 20), 2);
   project.AddChild(new CMarkerEntity);
   ASSERT_TRUE(Save(project)) << DeviceOf(project).LastError();
-  for (bool eager : {true, false}) {
-    SCOPED_TRACE(eager ? "eager" : "lazy");
-    auto loaded = Load(eager);
-    ASSERT_TRUE(loaded);
-    EXPECT_EQ(Describe(loaded.get(), facade.Types()), Describe(&project, facade.Types()));
-  }
+  ExpectLoadsAs(project);
 }
 
 TEST_F(RoundTrip, IdCounterContinuesAfterReload) {

@@ -29,6 +29,27 @@ protected:
     ASSERT_EQ(ChildIds(&project), (std::vector<long long>{2, 3, 5}));
     ASSERT_TRUE(Save(project)) << DeviceOf(project).LastError();
   }
+
+  // For each (description, SQL) pair: applies the SQL to a copy of the saved
+  // store and runs `check` on it with eager and with lazy loading.
+  template <class Check>
+  void WithEachDamage(std::initializer_list<std::pair<char const*, char const*>> damages,
+                      Check check) {
+    std::filesystem::copy_file(Narrow(), Narrow("original.db"));
+    for (auto const& [what, sql] : damages) {
+      SCOPED_TRACE(what);
+      std::filesystem::copy_file(Narrow("original.db"), Narrow(),
+                                 std::filesystem::copy_options::overwrite_existing);
+      {
+        RawDb raw(Narrow());
+        ASSERT_TRUE(raw.Exec(sql));
+      }
+      for (bool eager : {true, false}) {
+        SCOPED_TRACE(eager ? "eager" : "lazy");
+        check(eager);
+      }
+    }
+  }
 };
 
 TEST_F(StoreFile, EmptyStoreLoadsNothingAndLeavesTheDeviceToTheCaller) {
@@ -52,70 +73,48 @@ TEST_F(StoreFile, EmptyStoreLoadsNothingAndLeavesTheDeviceToTheCaller) {
 
 TEST_F(StoreFile, RowsThatDoNotFormATreeLoadNothing) {
   SaveSmallProject();
-  const std::string copy = "original.db";
-  std::filesystem::copy_file(Narrow(), Narrow(copy));
-  const std::pair<char const*, char const*> damages[] = {
-      {"a missing parent", "UPDATE EntityTable SET PID = 999 WHERE ID = 5"},
-      {"a cycle of two", "UPDATE EntityTable SET PID = 4 WHERE ID = 3"},
-      {"its own parent", "UPDATE EntityTable SET PID = 4 WHERE ID = 4"},
-      {"an unknown type", "UPDATE EntityTable SET Type = 555 WHERE ID = 4"},
-      {"a root of no project type", "UPDATE EntityTable SET Type = 0 WHERE ID = 1"},
-      {"a second root", "UPDATE EntityTable SET PID = 0 WHERE ID = 3"},
-  };
-  for (auto const& [what, sql] : damages) {
-    SCOPED_TRACE(what);
-    std::filesystem::copy_file(Narrow(copy), Narrow(),
-                               std::filesystem::copy_options::overwrite_existing);
-    {
-      RawDb raw(Narrow());
-      ASSERT_TRUE(raw.Exec(sql));
-    }
-    for (bool eager : {true, false}) {
-      SCOPED_TRACE(eager ? "eager" : "lazy");
-      std::string error;
-      EXPECT_FALSE(Load(Path(), eager, &error));
-      EXPECT_FALSE(error.empty());
-    }
-  }
+  WithEachDamage(
+      {
+          {"a missing parent", "UPDATE EntityTable SET PID = 999 WHERE ID = 5"},
+          {"a cycle of two", "UPDATE EntityTable SET PID = 4 WHERE ID = 3"},
+          {"its own parent", "UPDATE EntityTable SET PID = 4 WHERE ID = 4"},
+          {"an unknown type", "UPDATE EntityTable SET Type = 555 WHERE ID = 4"},
+          {"a root of no project type", "UPDATE EntityTable SET Type = 0 WHERE ID = 1"},
+          {"a second root", "UPDATE EntityTable SET PID = 0 WHERE ID = 3"},
+      },
+      [&](bool eager) {
+        std::string error;
+        EXPECT_FALSE(Load(Path(), eager, &error));
+        EXPECT_FALSE(error.empty());
+      });
 }
 
-TEST_F(StoreFile, UnreadableDataReadsAsEmptyOrFailsTheLoad) {
+TEST_F(StoreFile, UnreadableDataHarmsOnlyItsOwnEntity) {
   SaveSmallProject();
-  const std::string copy = "original.db";
-  std::filesystem::copy_file(Narrow(), Narrow(copy));
-  const std::pair<char const*, char const*> damages[] = {
-      {"random bytes", "UPDATE EntityTable SET Data = randomblob(64) WHERE ID = 4"},
-      {"a huge claimed length",
-       "UPDATE EntityTable SET Data = x'01000101ffffff7fffffff7f' WHERE ID = 4"},
-      {"cut short", "UPDATE EntityTable SET Data = substr(Data, 1, 9) WHERE ID = 4"},
-      {"empty", "UPDATE EntityTable SET Data = x'' WHERE ID = 4"},
-      {"null", "UPDATE EntityTable SET Data = NULL WHERE ID = 4"},
-      {"text", "UPDATE EntityTable SET Data = 'not a blob' WHERE ID = 4"},
-  };
-  for (auto const& [what, sql] : damages) {
-    SCOPED_TRACE(what);
-    std::filesystem::copy_file(Narrow(copy), Narrow(),
-                               std::filesystem::copy_options::overwrite_existing);
-    {
-      RawDb raw(Narrow());
-      ASSERT_TRUE(raw.Exec(sql));
-    }
-    for (bool eager : {true, false}) {
-      SCOPED_TRACE(eager ? "eager" : "lazy");
-      std::string error;
-      auto loaded = Load(Path(), eager, &error);
-      if (!loaded) {
-        EXPECT_FALSE(error.empty());
-        continue;
-      }
-      // Damaged data reads as an empty note; its neighbours are untouched.
-      ASSERT_EQ(loaded->GetAllChild().size(), 3u);
-      auto* damaged = NoteOf(loaded->GetAllChild()[1]->GetAllChild()[0]);
-      ASSERT_TRUE(damaged);
-      EXPECT_EQ(damaged->number == 21 && damaged->text == "b1", false);
-      EXPECT_EQ(NoteOf(loaded->GetAllChild()[2])->text, "c");
-    }
-  }
+  WithEachDamage(
+      {
+          {"random bytes", "UPDATE EntityTable SET Data = randomblob(64) WHERE ID = 4"},
+          {"a huge claimed length",
+           "UPDATE EntityTable SET Data = x'01000101ffffff7fffffff7f' WHERE ID = 4"},
+          {"cut short", "UPDATE EntityTable SET Data = substr(Data, 1, 9) WHERE ID = 4"},
+          {"empty", "UPDATE EntityTable SET Data = x'' WHERE ID = 4"},
+          {"null", "UPDATE EntityTable SET Data = NULL WHERE ID = 4"},
+          {"text", "UPDATE EntityTable SET Data = 'not a blob' WHERE ID = 4"},
+      },
+      [&](bool eager) {
+        std::string error;
+        auto loaded = Load(Path(), eager, &error);
+        if (!loaded) {
+          EXPECT_FALSE(error.empty());
+          return;
+        }
+        // The damaged note does not read as it was saved; its neighbours do.
+        ASSERT_EQ(loaded->GetAllChild().size(), 3u);
+        auto* damaged = NoteOf(loaded->GetAllChild()[1]->GetAllChild()[0]);
+        ASSERT_TRUE(damaged);
+        EXPECT_FALSE(damaged->number == 21 && damaged->text == "b1");
+        EXPECT_EQ(NoteOf(loaded->GetAllChild()[2])->text, "c");
+      });
 }
 
 // Writes a version-1 store at `path` holding the rows of the store `from`.
