@@ -1,11 +1,11 @@
-// A small host of the zrn library. It configures the logger and writes at
+// A tour of single zrn APIs. It configures the logger and writes at
 // several levels to a log file and to standard output, reports errors through
 // the per-thread error code, stores a small model in an archive file and
 // reads it back, converts values and text, and bundles its output files into
 // one zip archive. Each phase is timed and profiled; the profiler's result
 // table and a short table of the process's memory end the run.
 //
-// Usage: sample_host [log-file]   (default: sample_host.log; the model is
+// Usage: tour [log-file]   (default: tour.log; the model is
 // stored beside it with the extension .model, the bundle with .zip)
 #include <zrn/zrn.h>
 
@@ -160,7 +160,7 @@ template <class Phase> void RunPhase(wchar_t const* name, Phase phase) {
 int main(int argc, char** argv) {
   std::locale::global(std::locale("C.UTF-8"));
   std::wcout.imbue(std::locale());
-  const std::string path = argc > 1 ? argv[1] : "sample_host.log";
+  const std::string path = argc > 1 ? argv[1] : "tour.log";
   const std::wstring widePath(path.begin(), path.end());
   auto& log = zrn::CSingleton<zrn::CLogManager>::GetInstance();
   ConfigureLog(log, widePath);
