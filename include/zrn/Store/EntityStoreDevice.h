@@ -86,6 +86,9 @@ public:
   /// ClearError().
   std::string const& LastError() const { return m_strLastError; }
   void ClearError() { m_strLastError.clear(); }
+  /// Records `text` as the last error and sets the calling thread's error
+  /// code; returns false, so that callers can `return SetError(...)`.
+  bool SetError(std::string text);
 
   /// The ids whose swapped-out data is kept by WriteSwapData (the facade's
   /// bookkeeping).
@@ -95,9 +98,6 @@ public:
   std::unordered_set<long long>& OrderedParents() { return m_orderedParents; }
 
 protected:
-  /// Records `text` as the last error and sets the thread's error code;
-  /// returns false so that callers can `return Fail(...)`.
-  bool Fail(std::string text);
   /// Forgets the bookkeeping of an opened store (on Close).
   void ResetBookkeeping();
 
