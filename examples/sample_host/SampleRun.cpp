@@ -11,6 +11,7 @@
 #include <zrn/Profile/Profiler.h>
 #include <zrn/System/Stopwatch.h>
 
+#include <iomanip>
 #include <iostream>
 #include <sstream>
 #include <vector>
@@ -40,9 +41,11 @@ template <class Step> bool RunPhase(wchar_t const* name, Step step) {
   return ok;
 }
 
+// Up to 12 significant digits: whole metres and kilograms of a large frame
+// stay whole numbers.
 std::wstring Number(double value) {
   std::wostringstream text;
-  text << value;
+  text << std::setprecision(12) << value;
   return text.str();
 }
 
@@ -198,11 +201,10 @@ bool CSampleRun::ReloadAndCheck() {
       !TotalsAreRight(*m_model, m_error))
     return false;
   CTotals& totals = m_model->Totals();
-  std::wostringstream line;
-  line << L"Reloaded the model again and checked " << m_snapshot.ids.size()
-       << L" objects: every value is what regeneration computed (span "
-       << totals.Value(CTotals::kSpan) << L" m, steel " << totals.Value(CTotals::kMass) << L" kg).";
-  Say(line.str());
+  Say(L"Reloaded the model again and checked " + std::to_wstring(m_snapshot.ids.size()) +
+      L" objects: every value is what regeneration computed (span " +
+      Number(totals.Value(CTotals::kSpan)) + L" m, steel " + Number(totals.Value(CTotals::kMass)) +
+      L" kg).");
   return true;
 }
 

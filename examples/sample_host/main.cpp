@@ -16,6 +16,7 @@
 #include <zrn/Profile/GLog/Singleton.h>
 #include <zrn/Profile/Profiler.h>
 #include <zrn/System/CoreSystem.h>
+#include <zrn/System/Stopwatch.h>
 
 #include <cstdio>
 #include <fstream>
@@ -65,6 +66,8 @@ void Report(fs::path const& path) {
 
 // Bundles the outputs that exist into one zip and lists what it holds.
 bool Bundle(SOptions const& options, fs::path const& zipPath) {
+  zrn::CStopwatch watch;
+  watch.Start();
   std::vector<std::pair<std::string, fs::path>> const files = {
       {options.db.filename().string(), options.db},
       {"sample_host.log", options.out / "sample_host.log"},
@@ -78,8 +81,9 @@ bool Bundle(SOptions const& options, fs::path const& zipPath) {
       listing += L' ' + fs::path(entry).wstring();
   if (!zip.FlushToFile(zipPath.c_str()))
     return false;
+  watch.Stop();
   std::wcout << L"Bundled into " << zipPath.wstring() << L" (" << fs::file_size(zipPath)
-             << L" bytes):" << listing << L'\n';
+             << L" bytes, " << watch.GetElapsedMilliseconds() << L" ms):" << listing << L'\n';
   return true;
 }
 
