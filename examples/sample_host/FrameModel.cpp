@@ -93,6 +93,12 @@ void CFrameModel::DeleteObject(unsigned long long id) {
     m_byId[static_cast<unsigned long long>(entity->GetObjectID())] = nullptr;
   std::erase_if(m_objects, [&](CFrameObject* kept) { return Find(kept->GetRegenId()) != kept; });
   object->GetParent()->DeleteChild(object);
+  // The bay after a removed one now follows the bay before it: link and
+  // collect again (relations are sets, so the unchanged ones stay once).
+  // Linear in the frame; the sample host never removes objects on a hot path.
   std::string ignored; // the parameters and totals are still there
   Link(*m_project, ignored);
+  zrn::GCollectRelationContext collect(*GetRelationDb());
+  for (CFrameObject* kept : m_objects)
+    kept->CollectRelations(collect);
 }
