@@ -40,16 +40,6 @@ bool CBlobWriter::Write(IBaseEntityImpl& impl, std::string& error) {
   return false;
 }
 
-bool CBlobWriter::WriteDefault(IBaseEntity& entity, std::string& error) {
-  std::unique_ptr<IBaseEntityImpl> impl(entity.CreateBaseEntityImpl());
-  if (!impl) {
-    m_stream.SetOpenMode(true);
-    return true;
-  }
-  impl->SetBaseEntity(&entity);
-  return Write(*impl, error);
-}
-
 bool CBlobWriter::WriteProject(IBaseProject& project, std::string& error) {
   m_stream.SetOpenMode(true);
   GDbArchiveImpl archive(&m_stream);

@@ -24,9 +24,6 @@ public:
   /// Archives `impl`; false (with `error` set) when it throws or the archive
   /// refuses its data.
   bool Write(IBaseEntityImpl& impl, std::string& error);
-  /// Archives a fresh impl object of `entity`'s class: the data of an entity
-  /// that never created one.
-  bool WriteDefault(IBaseEntity& entity, std::string& error);
   /// Archives `project`'s own state (its id counter).
   bool WriteProject(IBaseProject& project, std::string& error);
   /// Archives a project state whose counter is `counter`.

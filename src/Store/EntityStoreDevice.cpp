@@ -15,6 +15,7 @@ bool GEntityStoreDevice::SetError(std::string text) {
 void GEntityStoreDevice::ResetBookkeeping() {
   m_swapIds.clear();
   m_orderedParents.clear();
+  m_pSynced = nullptr;
 }
 
 } // namespace zrn

@@ -15,7 +15,7 @@ using detail::CStatementUse;
 class GSqliteDevice::Statements {
 public:
   CSqliteStatement writeRow, writeOrder, deleteRow, readRows, readRowsWithData, readData,
-      writeProject, readProject, writeSwap, readSwap;
+      writeProject, readProject, writeSwap, readSwap, readOriginData;
 
   /// Empty on success, else the failing statement's error.
   std::string Prepare(sqlite3* db) {
@@ -71,18 +71,26 @@ bool GSqliteDevice::Open(std::wstring const& path) {
   std::string utf8 = Utf8Path(path);
   if (m_pDb && utf8 == m_strPath)
     return true;
+  std::string previous = m_strOrigin.empty() ? m_strPath : m_strOrigin;
+  std::vector<std::pair<long long, std::string>> swaps = TakeSwaps();
   Close();
   ClearError();
   if (utf8.empty())
     return SetError("cannot open the store: the path is empty or not valid text");
-  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX;
-  if (sqlite3_open_v2(utf8.c_str(), &m_pDb, flags, nullptr) != SQLITE_OK) {
-    std::string why = m_pDb ? sqlite3_errmsg(m_pDb) : "out of memory";
-    Close();
-    return SetError("cannot open the store " + utf8 + ": " + why);
+  if (!OpenFile(utf8))
+    return false;
+  return previous.empty() || KeepAtHand(previous, swaps);
+}
+
+bool GSqliteDevice::OpenFile(std::string const& utf8) {
+  int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_URI;
+  std::string error;
+  if (sqlite3_open_v2(utf8.c_str(), &m_pDb, flags, nullptr) != SQLITE_OK)
+    error = m_pDb ? sqlite3_errmsg(m_pDb) : "out of memory";
+  if (error.empty()) {
+    sqlite3_busy_timeout(m_pDb, m_nBusyTimeoutMs);
+    error = detail::PrepareSchema(m_pDb, kSchemaVersion, m_nSchemaVersion);
   }
-  sqlite3_busy_timeout(m_pDb, m_nBusyTimeoutMs);
-  std::string error = detail::PrepareSchema(m_pDb, kSchemaVersion, m_nSchemaVersion);
   if (error.empty() && !(Exec("PRAGMA journal_mode = WAL") && Exec("PRAGMA synchronous = NORMAL") &&
                          Exec("ATTACH '' AS swap") &&
                          Exec("CREATE TABLE swap.SwapTable(ID INTEGER PRIMARY KEY, Data BLOB)")))
@@ -99,6 +107,49 @@ bool GSqliteDevice::Open(std::wstring const& path) {
   return true;
 }
 
+std::vector<std::pair<long long, std::string>> GSqliteDevice::TakeSwaps() {
+  std::vector<std::pair<long long, std::string>> swaps;
+  std::string bytes;
+  for (long long id : SwapIds())
+    if (ReadSwapData(id, bytes))
+      swaps.emplace_back(id, bytes);
+  return swaps;
+}
+
+bool GSqliteDevice::KeepAtHand(std::string const& previous,
+                               std::vector<std::pair<long long, std::string>> const& swaps) {
+  CSqliteStatement attach;
+  std::string uri = "file:";
+  for (char c : previous) // the characters a URI path cannot hold as they are
+    uri += c == '%' ? "%25" : c == '?' ? "%3f" : c == '#' ? "%23" : std::string(1, c);
+  uri += "?mode=ro";
+  if (attach.Prepare(m_pDb, "ATTACH ? AS origin") != SQLITE_OK)
+    return Check(SQLITE_ERROR, "cannot keep the previous store at hand");
+  attach.BindText(1, uri);
+  if (!Check(attach.Step(), "cannot keep the previous store at hand") ||
+      m_statements->readOriginData.Prepare(m_pDb, "SELECT Data FROM origin.EntityTable WHERE ID = ?") !=
+          SQLITE_OK)
+    return Check(SQLITE_ERROR, "cannot read the previous store");
+  m_strOrigin = previous;
+  for (auto const& [id, bytes] : swaps)
+    if (WriteSwapData(id, bytes.data(), static_cast<unsigned>(bytes.size())))
+      SwapIds().insert(id);
+  return true;
+}
+
+bool GSqliteDevice::ClearRows() {
+  return Exec("DELETE FROM EntityTable") && Exec("DELETE FROM ProjectTable");
+}
+
+void GSqliteDevice::SetSynced(void const* tree) {
+  GEntityStoreDevice::SetSynced(tree);
+  if (m_strOrigin.empty() || !m_pDb)
+    return;
+  m_statements->readOriginData = CSqliteStatement();
+  sqlite3_exec(m_pDb, "DETACH origin", nullptr, nullptr, nullptr);
+  m_strOrigin.clear();
+}
+
 void GSqliteDevice::Close() {
   m_statements.reset();
   if (m_pDb) {
@@ -108,6 +159,7 @@ void GSqliteDevice::Close() {
   }
   m_pDb = nullptr;
   m_strPath.clear();
+  m_strOrigin.clear();
   m_nSchemaVersion = 0;
   ResetBookkeeping();
 }
@@ -226,8 +278,20 @@ bool GSqliteDevice::ReadRows(bool withData, RowSink const& sink) {
   return Check(step, "cannot read the entity rows");
 }
 
+long long GSqliteDevice::RowCount() {
+  CSqliteStatement count;
+  if (!m_pDb || count.Prepare(m_pDb, "SELECT count(*) FROM EntityTable") != SQLITE_OK ||
+      count.Step() != SQLITE_ROW)
+    return -1;
+  return count.Int(0);
+}
+
 bool GSqliteDevice::ReadEntityData(long long id, std::string& bytes) {
-  return m_statements && ReadOneBlob(m_statements->readData, id, bytes);
+  if (!m_statements)
+    return false;
+  return ReadOneBlob(m_statements->readData, id, bytes) ||
+         (m_statements->readOriginData.IsPrepared() &&
+          ReadOneBlob(m_statements->readOriginData, id, bytes));
 }
 
 bool GSqliteDevice::WriteProjectState(long long id, char const* data, unsigned size) {

@@ -50,6 +50,9 @@ bool CStoreSave::Run(IBaseProject& project) {
                                              : m_device.LastError());
   if (m_facade.m_progress)
     m_nTotal = CountEntities(project);
+  m_bWhole = !m_device.IsSyncedWith(&project);
+  if (m_bWhole && !m_device.ClearRows())
+    return Fail(m_device.LastError());
   if (!Delete() || !WriteTree(project) || !WriteProject(project) ||
       !m_device.CommitTransaction()) {
     std::string why = m_device.LastError();
@@ -57,7 +60,7 @@ bool CStoreSave::Run(IBaseProject& project) {
       m_device.RollbackTransaction();
     return Fail(why);
   }
-  AfterCommit();
+  AfterCommit(project);
   return true;
 }
 
@@ -120,7 +123,7 @@ bool CStoreSave::WriteEntity(IBaseEntity& entity, long long parentId, long long 
     m_facade.Report("save", m_nVisited, m_nTotal);
   auto const& swaps = m_device.SwapIds();
   auto const& detached = m_facade.m_detachedSwaps;
-  bool const full = entity.HasObjectFlag(EGOBJECT_FLAG_MODIFIED) ||
+  bool const full = m_bWhole || entity.HasObjectFlag(EGOBJECT_FLAG_MODIFIED) ||
                     !entity.HasObjectFlag(EGOBJECT_FLAG_STORED) ||
                     (!swaps.empty() && swaps.count(entity.GetObjectID())) ||
                     (!detached.empty() && detached.count(&entity));
@@ -150,29 +153,30 @@ bool CStoreSave::WriteFull(IBaseEntity& entity, long long parentId, long long or
 }
 
 bool CStoreSave::Archive(IBaseEntity& entity, char const*& data, unsigned& size) {
-  std::string error;
   long long const id = entity.GetObjectID();
-  auto& detached = m_facade.m_detachedSwaps;
-  bool ok = true;
   if (!entity.HasObjectFlag(EGOBJECT_FLAG_SWAPPED)) {
-    ok = m_writer.Write(*entity.GetBaseEntityImpl(false), error);
-  } else if (auto found = detached.find(&entity); found != detached.end()) {
+    std::string error;
+    if (!m_writer.Write(*entity.GetBaseEntityImpl(false), error))
+      return Fail("the data of entity " + std::to_string(id) + " cannot be archived: " + error);
+    data = m_writer.Data();
+    size = m_writer.Size();
+    return true;
+  }
+  // Swapped out: the data kept at swap-out, else the row's own data (of
+  // this store, or of the one a "save as" left), which must survive.
+  auto& detached = m_facade.m_detachedSwaps;
+  if (auto found = detached.find(&entity); found != detached.end()) {
     data = found->second.data();
     size = static_cast<unsigned>(found->second.size());
     return true;
-  } else if (m_device.ReadSwapData(id, m_swapBytes) || m_device.ReadEntityData(id, m_swapBytes)) {
-    // Swapped-out data kept since the last save, or (for an entity marked
-    // both modified and swapped) the row's own data, which must survive.
-    data = m_swapBytes.data();
-    size = static_cast<unsigned>(m_swapBytes.size());
-    return true;
-  } else {
-    ok = m_writer.WriteDefault(entity, error);
   }
-  if (!ok)
-    return Fail("the data of entity " + std::to_string(id) + " cannot be archived: " + error);
-  data = m_writer.Data();
-  size = m_writer.Size();
+  bool const kept = m_device.SwapIds().count(id) && m_device.ReadSwapData(id, m_swapBytes);
+  if (!kept && !m_device.ReadEntityData(id, m_swapBytes))
+    return Fail("the data of entity " + std::to_string(id) +
+                " is swapped out and not in this store: fetch it (GetBaseEntityImpl(true)) "
+                "before saving the tree to another store");
+  data = m_swapBytes.data();
+  size = static_cast<unsigned>(m_swapBytes.size());
   return true;
 }
 
@@ -194,7 +198,7 @@ bool CStoreSave::WriteProject(IBaseProject& project) {
   return m_device.WriteProjectState(project.GetObjectID(), m_writer.Data(), m_writer.Size());
 }
 
-void CStoreSave::AfterCommit() {
+void CStoreSave::AfterCommit(IBaseProject& project) {
   auto& swaps = m_device.SwapIds();
   auto& detached = m_facade.m_detachedSwaps;
   for (IBaseEntity* entity : m_written) {
@@ -210,6 +214,7 @@ void CStoreSave::AfterCommit() {
   for (long long id : deleted)
     swaps.erase(id);
   m_device.GetObjectsState().ClearAllList();
+  m_device.SetSynced(&project);
   auto& ordered = m_device.OrderedParents();
   ordered.insert(m_becameOrdered.begin(), m_becameOrdered.end());
   for (long long id : m_becameNatural)

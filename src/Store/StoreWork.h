@@ -37,7 +37,7 @@ private:
   int TypeOf(IBaseEntity& entity);
   bool Delete();
   bool WriteProject(IBaseProject& project);
-  void AfterCommit();
+  void AfterCommit(IBaseProject& project);
   bool Fail(std::string text);
   std::size_t CountEntities(IBaseProject& project) const;
 
@@ -54,6 +54,8 @@ private:
   std::size_t m_nRows = 0;
   std::size_t m_nVisited = 0;
   std::size_t m_nTotal = 0;
+  // The store's rows are not this tree's: clear them and write every entity.
+  bool m_bWhole = false;
 };
 
 /// One load: reads every row, checks that they form one tree under the
@@ -95,6 +97,7 @@ private:
   std::vector<std::size_t> m_children;
   std::vector<std::size_t> m_breadthFirst;
   std::size_t m_nRoot = 0;
+  std::size_t m_nTotal = 0;
   std::string m_error;
 };
 

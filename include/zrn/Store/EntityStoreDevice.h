@@ -63,6 +63,8 @@ public:
   /// Hands every row to `sink` in increasing id order, with the impl data
   /// when `withData` is true; false on a read error or when the sink stops.
   virtual bool ReadRows(bool withData, RowSink const& sink) = 0;
+  /// The number of entity rows; -1 on a read error.
+  virtual long long RowCount() = 0;
   /// Reads the impl data of the row `id` into `bytes`; false when there is
   /// no such row.
   virtual bool ReadEntityData(long long id, std::string& bytes) = 0;
@@ -81,6 +83,17 @@ public:
 
   /// True while a transaction is open.
   virtual bool InTransaction() const = 0;
+  /// Removes every entity row and the project's state: the start of a save
+  /// that writes a whole tree.
+  virtual bool ClearRows() = 0;
+
+  /// True when the rows of the open store are those of `tree` (a project it
+  /// saved or loaded through this device), so that a save may write only
+  /// what changed. Opening another store forgets it.
+  bool IsSyncedWith(void const* tree) const { return tree && m_pSynced == tree; }
+  /// Records that the store's rows are now those of `tree`. A device that
+  /// kept a previous store at hand for a save to a new place lets it go.
+  virtual void SetSynced(void const* tree) { m_pSynced = tree; }
 
   /// The last failure's description; empty when none happened since
   /// ClearError().
@@ -100,11 +113,14 @@ public:
 protected:
   /// Forgets the bookkeeping of an opened store (on Close).
   void ResetBookkeeping();
+  /// Forgets which tree the store's rows belong to (on opening another one).
+  void ForgetSynced() { m_pSynced = nullptr; }
 
 private:
   std::string m_strLastError;
   std::unordered_set<long long> m_swapIds;
   std::unordered_set<long long> m_orderedParents;
+  void const* m_pSynced = nullptr;
 };
 
 } // namespace zrn
