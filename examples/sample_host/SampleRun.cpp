@@ -19,7 +19,7 @@
 namespace {
 
 /// How many objects an order lists before it sums up the rest.
-constexpr std::size_t kListed = 12;
+constexpr std::size_t kListed = 40;
 
 // Prints a line of the story to standard output and to the log.
 void Say(std::wstring const& line) {

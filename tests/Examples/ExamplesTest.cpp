@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <memory>
-#include <regex>
 #include <set>
 #include <string>
 #include <vector>
@@ -68,9 +67,11 @@ std::string Unzip(fs::path const& zipPath, char const* entry) {
   return content ? std::string(content.get(), size) : std::string();
 }
 
-std::size_t Count(std::string const& text, std::regex const& pattern) {
-  return static_cast<std::size_t>(
-      std::distance(std::sregex_iterator(text.begin(), text.end(), pattern), {}));
+std::size_t Count(std::string const& text, std::string const& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++count;
+  return count;
 }
 
 TEST(Tour, RunsInItsFolderAndBundlesItsFiles) {
@@ -119,10 +120,10 @@ TEST_F(SampleHost, DrawsTheGraphWithTheLastPassNumberedInRunOrder) {
   ASSERT_EQ(RunHost("").exitCode, 0);
   std::string const dot = ReadFile(m_out / "model.dot");
   ASSERT_EQ(dot.rfind("// ", 0), 0u);
-  EXPECT_EQ(Count(dot, std::regex(R"(\[label="#\d+ \w+)")), 32u);
-  EXPECT_EQ(Count(dot, std::regex(R"(run \d+", style=filled)")), 19u);
+  EXPECT_EQ(Count(dot, "[label=\"#"), 32u);
+  EXPECT_EQ(Count(dot, "\", style=filled, fillcolor=\"#f6c86b\""), 19u);
   for (int place = 1; place <= 19; ++place) // each place once, none skipped
-    EXPECT_EQ(Count(dot, std::regex("\\\\nrun " + std::to_string(place) + "\"")), 1u) << place;
+    EXPECT_EQ(Count(dot, "\\nrun " + std::to_string(place) + "\""), 1u) << place;
   EXPECT_NE(dot.find(R"(n2 [label="#2 parameters\nchanged", style=filled)"), std::string::npos);
   EXPECT_NE(dot.find(R"(n4 [label="#4 column"];)"), std::string::npos); // did not run
   EXPECT_NE(dot.find("n2 -> n3;"), std::string::npos);   // the parameters drive the first bay
@@ -130,9 +131,7 @@ TEST_F(SampleHost, DrawsTheGraphWithTheLastPassNumberedInRunOrder) {
   EXPECT_NE(dot.find("n28 -> n33;"), std::string::npos); // the last bay gives the totals
   EXPECT_EQ(dot.find("n3 -> n2;"), std::string::npos);
   // The bays run after their members and the bay before them.
-  std::smatch bay;
-  ASSERT_TRUE(std::regex_search(dot, bay, std::regex(R"(#8 bay\\nrun (\d+))")));
-  EXPECT_EQ(bay[1], "14");
+  EXPECT_NE(dot.find(R"(#8 bay\nrun 14")"), std::string::npos);
 }
 
 TEST_F(SampleHost, BundlesTheStoreAndTheReportsIntoOneZip) {
@@ -155,7 +154,7 @@ TEST_F(SampleHost, ScalesUpAndSavesOnlyWhatRegenerationChanged) {
   EXPECT_NE(run.out.find("model.db: 12002 rows written"), std::string::npos);
   EXPECT_NE(run.out.find("checked 12002 objects: every value is what regeneration computed"),
             std::string::npos);
-  EXPECT_NE(run.out.find("... and 11989 more"), std::string::npos);
+  EXPECT_NE(run.out.find("... and 11961 more"), std::string::npos);
   EXPECT_NE(run.out.find("120 of 20002 objects"), std::string::npos);
 }
 
