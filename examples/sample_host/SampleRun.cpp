@@ -53,6 +53,11 @@ std::wstring Kilobytes(std::uintmax_t bytes) {
   return std::to_wstring((bytes + 1023) / 1024) + L" KB";
 }
 
+std::wstring Describe(SStoreSize const& size) {
+  std::wstring text = L"store " + Kilobytes(size.file);
+  return size.log ? text + L" + " + Kilobytes(size.log) + L" of write-ahead log" : text;
+}
+
 // "#6 beam, #7 brace, ..." in the order given, numbered when `numbered`.
 std::wstring ListObjects(CFrameModel& model, std::vector<unsigned long long> const& ids,
                          bool numbered) {
@@ -129,8 +134,8 @@ bool CSampleRun::Save(wchar_t const* what) {
   if (!SaveToStore(*m_project, m_options.db, m_facade, m_error))
     return false;
   Say(std::wstring(what) + L" to " + m_options.db.wstring() + L": " +
-      std::to_wstring(m_facade.LastSaveRowCount()) + L" rows written, store " +
-      Kilobytes(StoreSize(m_options.db)) + L".");
+      std::to_wstring(m_facade.LastSaveRowCount()) + L" rows written, " +
+      Describe(StoreSize(m_options.db)) + L".");
   return true;
 }
 

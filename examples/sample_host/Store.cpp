@@ -70,12 +70,11 @@ std::unique_ptr<zrn::IBaseProject> LoadFromStore(std::filesystem::path const& pa
   return project;
 }
 
-std::uintmax_t StoreSize(std::filesystem::path const& path) {
-  std::uintmax_t size = 0;
-  for (char const* suffix : {"", "-wal"}) {
+SStoreSize StoreSize(std::filesystem::path const& path) {
+  auto sizeOf = [](std::filesystem::path const& file) {
     std::error_code status;
-    std::uintmax_t const part = std::filesystem::file_size(WithSuffix(path, suffix), status);
-    size += status ? 0 : part;
-  }
-  return size;
+    std::uintmax_t const size = std::filesystem::file_size(file, status);
+    return status ? 0 : size;
+  };
+  return {sizeOf(path), sizeOf(WithSuffix(path, "-wal"))};
 }

@@ -29,7 +29,13 @@ bool SaveToStore(zrn::IBaseProject& project, std::filesystem::path const& path,
 std::unique_ptr<zrn::IBaseProject> LoadFromStore(std::filesystem::path const& path,
                                                  std::string& error);
 
-/// The bytes the store takes on disk, its write-ahead log included.
-std::uintmax_t StoreSize(std::filesystem::path const& path);
+/// The bytes a store takes on disk: its file, and its write-ahead log, which
+/// SQLite folds into the file at a checkpoint (at the latest when the store
+/// closes).
+struct SStoreSize {
+  std::uintmax_t file = 0;
+  std::uintmax_t log = 0;
+};
+SStoreSize StoreSize(std::filesystem::path const& path);
 
 #endif
