@@ -7,7 +7,7 @@ include(CMakePackageConfigHelpers)
 
 set(ZRN_CONFIG_DIR "${CMAKE_INSTALL_LIBDIR}/cmake/zrn")
 
-install(TARGETS zrn EXPORT zrnTargets
+install(TARGETS zrn zrn_store EXPORT zrnTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})

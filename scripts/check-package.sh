@@ -13,9 +13,10 @@ prefix=$scratch/prefix
 
 "$root/scripts/install-deps.sh"
 cmake -S "$root" -B "$scratch/build" -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$scratch/build" --target zrn -j"$(nproc)" >/dev/null
+cmake --build "$scratch/build" --target zrn zrn_store -j"$(nproc)" >/dev/null
 cmake --install "$scratch/build" --prefix "$prefix" >/dev/null
 "$root/scripts/check-exports.sh" "$(readlink -f "$prefix"/lib*/libzrn.so)"
+"$root/scripts/check-exports.sh" "$(readlink -f "$prefix"/lib*/libzrn_store.so)"
 
 # A host that knows nothing of the source tree.
 mkdir -p "$scratch/host"
@@ -28,16 +29,27 @@ int main() {
   return ZRN_VERSION >= ZRN_MAKE_VERSION(0, 0, 0) ? 0 : 1;
 }
 HOST
+cat >"$scratch/host/store.cpp" <<'HOST'
+#include <zrn/zrn.h>
+#include <zrn/Store/SqliteDevice.h>
+int main() {
+  zrn::GSqliteDevice device;
+  return device.Open(L"store-check.db") && device.SchemaVersion() > 0 ? 0 : 1;
+}
+HOST
 cat >"$scratch/host/CMakeLists.txt" <<'HOST'
 cmake_minimum_required(VERSION 3.25)
 project(host LANGUAGES CXX)
 find_package(zrn REQUIRED)
 add_executable(host main.cpp)
 target_link_libraries(host PRIVATE zrn::zrn)
+add_executable(store store.cpp)
+target_link_libraries(store PRIVATE zrn::store)
 HOST
 cmake -S "$scratch/host" -B "$scratch/host-build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$scratch/host-build" >/dev/null
 LD_LIBRARY_PATH="$prefix/lib" "$scratch/host-build/host"
+(cd "$scratch" && LD_LIBRARY_PATH="$prefix/lib" "$scratch/host-build/store")
 
 # The same host through pkg-config.
 export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"

@@ -225,7 +225,10 @@ void IBaseEntity::_SetObjectFlagFunc(bool set, EGOBJECT_FLAG flag) {
 void IBaseEntity::_DealWithObjectFlag(EGOBJECT_FLAG& flag, EGOBJECT_FLAG& clearMask) {
   if (!GetIOFacade())
     return;
-  if (IBaseProject* const project = GetProject()) {
+  // Only EGOBJECT_FLAG_MODIFIED depends on the project, so only setting it
+  // walks to the root: flagging every node of a deep tree stays linear.
+  IBaseProject* const project = (flag & EGOBJECT_FLAG_MODIFIED) ? GetProject() : nullptr;
+  if (project) {
     GDBDevice* const device = project->GetProjectDBDevice();
     if (device && (HasObjectFlag(EGOBJECT_FLAG_NO_MODIFY) || device->GetDeviceContext().loading))
       flag = static_cast<EGOBJECT_FLAG>(flag & ~EGOBJECT_FLAG_MODIFIED);

@@ -81,11 +81,25 @@ public:
 
   /// True while a transaction is open.
   virtual bool InTransaction() const = 0;
+  /// Removes every entity row and the project's state: the start of a save
+  /// that writes a whole tree.
+  virtual bool ClearRows() = 0;
+
+  /// True when the rows of the open store are those of `tree` (a project it
+  /// saved or loaded through this device), so that a save may write only
+  /// what changed. Opening another store forgets it.
+  bool IsSyncedWith(void const* tree) const { return tree && m_pSynced == tree; }
+  /// Records that the store's rows are now those of `tree`. A device that
+  /// kept a previous store at hand for a save to a new place lets it go.
+  virtual void SetSynced(void const* tree) { m_pSynced = tree; }
 
   /// The last failure's description; empty when none happened since
   /// ClearError().
   std::string const& LastError() const { return m_strLastError; }
   void ClearError() { m_strLastError.clear(); }
+  /// Records `text` as the last error and sets the calling thread's error
+  /// code; returns false, so that callers can `return SetError(...)`.
+  bool SetError(std::string text);
 
   /// The ids whose swapped-out data is kept by WriteSwapData (the facade's
   /// bookkeeping).
@@ -95,16 +109,16 @@ public:
   std::unordered_set<long long>& OrderedParents() { return m_orderedParents; }
 
 protected:
-  /// Records `text` as the last error and sets the thread's error code;
-  /// returns false so that callers can `return Fail(...)`.
-  bool Fail(std::string text);
   /// Forgets the bookkeeping of an opened store (on Close).
   void ResetBookkeeping();
+  /// Forgets which tree the store's rows belong to (on opening another one).
+  void ForgetSynced() { m_pSynced = nullptr; }
 
 private:
   std::string m_strLastError;
   std::unordered_set<long long> m_swapIds;
   std::unordered_set<long long> m_orderedParents;
+  void const* m_pSynced = nullptr;
 };
 
 } // namespace zrn

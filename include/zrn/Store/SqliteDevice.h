@@ -37,9 +37,14 @@ public:
   ~GSqliteDevice() override;
 
   /// Opens or creates the store at `path` (UTF-8 on disk). Opening the path
-  /// that is open already does nothing; another path closes the current
-  /// store first. False, with LastError() saying why, when the file cannot be
-  /// opened, is no store, or has a newer schema.
+  /// that is open already does nothing. False, with LastError() saying why,
+  /// when the file cannot be opened, is no store, or has a newer schema.
+  ///
+  /// Opening another path while a store is open ("save as") closes it but
+  /// keeps it at hand, read-only, together with the swapped-out data that was
+  /// never saved: the next save writes the tree whole into the new store,
+  /// taking the data of entities that are still swapped out from the previous
+  /// one, and then lets the previous store go.
   bool Open(std::wstring const& path) override;
   /// Closes the store, abandoning an open transaction and any swapped-out
   /// data that was never saved.
@@ -73,6 +78,8 @@ public:
   bool WriteSwapData(long long id, char const* data, unsigned size) override;
   bool ReadSwapData(long long id, std::string& bytes) override;
   bool InTransaction() const override;
+  bool ClearRows() override;
+  void SetSynced(void const* tree) override;
 
   /// How long a writer waits for another one's lock, in milliseconds.
   void SetBusyTimeout(int milliseconds);
@@ -90,10 +97,17 @@ private:
   bool Exec(char const* sql);
   bool Check(int code, char const* what);
   bool ValidName(std::string const& table, std::vector<std::string> const& columns);
+  bool OpenFile(std::string const& utf8);
+  std::vector<std::pair<long long, std::string>> TakeSwaps();
+  bool KeepAtHand(std::string const& previous,
+                  std::vector<std::pair<long long, std::string>> const& swaps);
 
   sqlite3* m_pDb = nullptr;
   std::unique_ptr<Statements> m_statements;
   std::string m_strPath;
+  // The store this one replaced by a "save as", attached as "origin" until
+  // the tree has been saved whole; empty when none.
+  std::string m_strOrigin;
   int m_nSchemaVersion = 0;
   int m_nBusyTimeoutMs = 5000;
 };
