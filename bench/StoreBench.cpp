@@ -20,9 +20,10 @@
 // Both sides use journal_mode=WAL and synchronous=NORMAL. Only the operation
 // is timed (manual time, since SQLite's work includes I/O); building trees,
 // changing data and deleting files are not. Each benchmark does one untimed
-// run first. Store lines carry `vs_sqlite`, their time over their peer's in
-// this run; SaveChanged carries `of_full_save` too. main prints the goals
-// after the table.
+// run first. Store lines carry `vs_sqlite`, their wall time over their
+// peer's in this run, and `cpu_vs_sqlite`, the same for CPU time;
+// SaveChanged/subtree carries `of_full_save` (and `cpu_of_full_save`) too.
+// main prints the goals after the table.
 #include <zrn/IO/DataIOFacade.h>
 #include <zrn/IO/DbArchive.h>
 #include <zrn/Object/Project.h>
@@ -43,7 +44,6 @@
 #include <ctime>
 #include <filesystem>
 #include <map>
-#include <numeric>
 #include <random>
 #include <stdexcept>
 #include <string>
@@ -405,10 +405,14 @@ void BM_Store_Load(benchmark::State& state, bool eager) {
     }
     std::vector<IBaseEntity*> all;
     IBaseEntity::GetAllLeafChild(project, all);
-    const bool complete = all.size() == files.rowCount &&
-                          all.back()->HasObjectFlag(zrn::EGOBJECT_FLAG_SWAPPED) != eager;
+    IBaseEntity* last = all.back();
+    bool complete =
+        all.size() == files.rowCount && last->HasObjectFlag(zrn::EGOBJECT_FLAG_SWAPPED) != eager;
+    std::array<char, kDataSize> expected;
+    FillData(expected.data(), last->GetObjectID(), 0);
+    complete = complete && ImplOf(last).bytes == expected; // lazily: fetched here
     delete project;
-    Require(complete, "the store loaded an incomplete tree");
+    Require(complete, "the store loaded an incomplete tree or other data");
     return seconds;
   });
   Record(state, eager ? "load/store" : "load/store-lazy", total, "load/sqlite");
