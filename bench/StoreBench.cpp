@@ -512,11 +512,11 @@ void BM_Store_LoadLazy(benchmark::State& state) { BM_Store_Load(state, false); }
 void ManualMs(benchmark::internal::Benchmark* bench) {
   bench->UseManualTime()->Unit(benchmark::kMillisecond);
 }
-BENCHMARK(BM_Sqlite_Insert)->Apply(ManualMs)->Iterations(3);
-BENCHMARK(BM_Store_Save)->Apply(ManualMs)->Iterations(3);
-BENCHMARK(BM_Sqlite_Select)->Apply(ManualMs)->Iterations(10);
-BENCHMARK(BM_Store_LoadEager)->Apply(ManualMs)->Iterations(10);
-BENCHMARK(BM_Store_LoadLazy)->Apply(ManualMs)->Iterations(10);
+BENCHMARK(BM_Sqlite_Insert)->Apply(ManualMs)->Iterations(6);
+BENCHMARK(BM_Store_Save)->Apply(ManualMs)->Iterations(6);
+BENCHMARK(BM_Sqlite_Select)->Apply(ManualMs)->Iterations(20);
+BENCHMARK(BM_Store_LoadEager)->Apply(ManualMs)->Iterations(20);
+BENCHMARK(BM_Store_LoadLazy)->Apply(ManualMs)->Iterations(20);
 BENCHMARK_CAPTURE(BM_Sqlite_Update, random, EChange::Random)->Apply(ManualMs)->Iterations(20);
 BENCHMARK_CAPTURE(BM_Store_SaveChanged, random, EChange::Random)->Apply(ManualMs)->Iterations(20);
 BENCHMARK_CAPTURE(BM_Sqlite_Update, subtree, EChange::Subtree)->Apply(ManualMs)->Iterations(20);
