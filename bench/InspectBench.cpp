@@ -39,6 +39,8 @@ GMemStream& Stream() {
       ar.EndWriteBlock(2, key);
       ar.EndWriteObject(key);
     }
+    // Loading, the size is the buffer's: cut it to what was written.
+    s->Resize(s->GetDataSize());
     s->SetOpenMode(false);
     return s;
   }();

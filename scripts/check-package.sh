@@ -13,10 +13,11 @@ prefix=$scratch/prefix
 
 "$root/scripts/install-deps.sh"
 cmake -S "$root" -B "$scratch/build" -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$scratch/build" --target zrn zrn_store -j"$(nproc)" >/dev/null
+cmake --build "$scratch/build" --target zrn zrn_store zrn-inspect -j"$(nproc)" >/dev/null
 cmake --install "$scratch/build" --prefix "$prefix" >/dev/null
 "$root/scripts/check-exports.sh" "$(readlink -f "$prefix"/lib*/libzrn.so)"
 "$root/scripts/check-exports.sh" "$(readlink -f "$prefix"/lib*/libzrn_store.so)"
+"$prefix/bin/zrn-inspect" --help >/dev/null
 
 # A host that knows nothing of the source tree.
 mkdir -p "$scratch/host"
