@@ -98,6 +98,9 @@ bool sFieldCursor::Text(std::size_t unitSize, long long& at, std::size_t& bytes)
 
 namespace {
 
+// The highest version an object inside a payload may have.
+constexpr unsigned kMaxNestedVersion = 4095;
+
 // Past the object at `pos` (headers checked within `end`): its end, or -1
 // when it does not fit; `cut` tells whether it failed by running past `end`.
 long long SkipOneObject(CByteSource& source, long long pos, long long end, bool& cut) {
@@ -105,7 +108,10 @@ long long SkipOneObject(CByteSource& source, long long pos, long long end, bool&
   if (end - pos < static_cast<long long>(kObjectHeaderSize))
     return -1;
   const sObjectHeader object = DecodeObjectHeader(source.At(pos, kObjectHeaderSize));
-  if (object.version == 0)
+  // Nothing marks a payload as objects, so plain values must not read as
+  // some by chance: a version far above what hosts use, or an empty block
+  // (which writers never leave), says "data".
+  if (object.version == 0 || object.version > kMaxNestedVersion)
     return cut = false, -1;
   pos += kObjectHeaderSize;
   for (unsigned i = 0; i < object.blockCount; ++i) {
@@ -113,6 +119,8 @@ long long SkipOneObject(CByteSource& source, long long pos, long long end, bool&
       return -1;
     const sBlockHeader block = DecodeBlockHeader(source.At(pos, kBlockHeaderSize));
     pos += kBlockHeaderSize;
+    if (block.size == 0)
+      return cut = false, -1;
     if (static_cast<unsigned long long>(end - pos) < block.size)
       return -1;
     pos += block.size;

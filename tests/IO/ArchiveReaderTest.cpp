@@ -145,6 +145,23 @@ TEST(CArchiveReader, ReadsObjectsOneAfterAnotherAndPayloadsThatAreNotObjectsAsDa
             "O@0v1n0{} O@3v7n2{B@6t200s7{D@11:7=03000000616263} B@18t3s0{D@23:0=}}");
 }
 
+
+// Numbers whose bytes happen to form an object header (a version, a block
+// count of 1, a block of size 0, or a version no writer uses) stay data.
+TEST(CArchiveReader, NumbersShapedLikeObjectsInsideABlockStayData) {
+  for (const long long value : {0x00012A05LL, 0x00010305LL}) {
+    const Bytes bytes = Store([value](GDbArchiveImpl& ar) {
+      ar.BeginWriteObject(Key(1), 1);
+      ar.BeginWriteBlock(1, Key(1));
+      ar << value;
+      ar.EndWriteBlock(1, Key(1));
+      ar.EndWriteObject(Key(1));
+    });
+    const sWalk walk = Walk(bytes);
+    EXPECT_TRUE(walk.complete);
+    EXPECT_EQ(walk.events.find("O@8"), std::string::npos) << std::hex << value << ": " << walk.events;
+  }
+}
 TEST(CArchiveReader, ARolledBackObjectShowsAsTheEmptyObjectThatReplacedIt) {
   g_nSerializeErrorMsgBoxMaxCount = 1; // no report boxes
   const Bytes bytes = Store([](GDbArchiveImpl& ar) {
