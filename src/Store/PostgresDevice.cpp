@@ -76,10 +76,11 @@ GPostgresDevice::~GPostgresDevice() { Close(); }
 
 bool GPostgresDevice::Open(std::wstring const& connection) {
   std::string utf8 = Utf8(connection);
-  if (m_pConn && utf8 == m_strUrl) {
+  if (!m_strUrl.empty() && utf8 == m_strUrl) {
     if (Healthy())
       return true;
-    // The same store: what the device remembers of it still holds.
+    // The same store: what the device remembers of it still holds, also
+    // when this attempt fails and a later one gets through.
     if (m_bInTransaction)
       EndTransaction(false);
     Disconnect();
@@ -90,28 +91,34 @@ bool GPostgresDevice::Open(std::wstring const& connection) {
     // A "save as": the previous store stays at hand for swapped-out data.
     if (m_pOrigin)
       PQfinish(m_pOrigin);
-    m_pOrigin = m_pConn;
-    m_pConn = nullptr;
+    m_pOrigin = std::exchange(m_pConn, nullptr);
   }
   Disconnect();
+  m_strUrl.clear();
+  m_strShownUrl.clear();
   auto swaps = std::move(SwapIds());
   ResetBookkeeping();
   SwapIds() = std::move(swaps);
   m_revs.clear();
   ClearError();
-  if (utf8.empty())
-    return Fail("cannot open the store: the connection string is empty or not valid text");
-  return Connect(utf8);
+  if (!utf8.empty() && Connect(utf8))
+    return true;
+  if (m_pOrigin)
+    PQfinish(std::exchange(m_pOrigin, nullptr));
+  m_strUrl.clear();
+  return utf8.empty() ? Fail("cannot open the store: the connection string is empty or not valid text")
+                      : false;
 }
 
 bool GPostgresDevice::Connect(std::string const& connection) {
   std::string const shown = detail::HidePassword(connection);
+  // Kept on failure, so that the next Open of the same store reconnects.
+  m_strUrl = connection;
+  m_strShownUrl = shown;
   m_pConn = PQconnectdb(connection.c_str());
   if (!m_pConn || PQstatus(m_pConn) != CONNECTION_OK) {
     std::string why = m_pConn ? detail::ErrorText(m_pConn, nullptr) : "out of memory";
     Disconnect();
-    if (m_pOrigin)
-      PQfinish(std::exchange(m_pOrigin, nullptr));
     return Fail("cannot connect to the store at " + shown + ": " + why);
   }
   PQsetNoticeProcessor(m_pConn, IgnoreNotice, nullptr);
@@ -120,12 +127,8 @@ bool GPostgresDevice::Connect(std::string const& connection) {
     error = PrepareStatements(m_pConn);
   if (!error.empty()) {
     Disconnect();
-    if (m_pOrigin)
-      PQfinish(std::exchange(m_pOrigin, nullptr));
     return Fail("cannot open the store at " + shown + ": " + error);
   }
-  m_strUrl = connection;
-  m_strShownUrl = shown;
   m_pipeline = std::make_unique<Pipeline>(m_pConn);
   return true;
 }

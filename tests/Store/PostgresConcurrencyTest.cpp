@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <memory>
 
 namespace zrn::test {
@@ -204,6 +205,90 @@ TEST_F(PostgresConcurrency, ConnectionLostInTheMiddleOfASaveKeepsThePreviousStat
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project)->LastError();
   auto store = Load();
   ASSERT_TRUE(store);
+  EXPECT_EQ(PartOf(store->GetAllChild().back())->text, "new");
+}
+
+} // namespace
+} // namespace zrn::test
+
+namespace zrn::test {
+namespace {
+
+// A server of the test's own, started with scripts/pg-server.sh, that can be
+// stopped and started again without disturbing the other tests.
+class CPrivateServer {
+public:
+  CPrivateServer() {
+    std::string const out = (std::filesystem::temp_directory_path() /
+                             ("zrn-pg-start-" + std::to_string(std::random_device()())))
+                                .string();
+    if (std::system((Script() + " start > '" + out + "' 2>&1").c_str()) == 0) {
+      std::ifstream in(out);
+      for (std::string line; std::getline(in, line);)
+        if (line.rfind("export ZRN_PG_SERVER_DIR='", 0) == 0)
+          m_dir = line.substr(26, line.size() - 27);
+      std::ifstream url(m_dir + "/url");
+      std::getline(url, m_url);
+    }
+    std::filesystem::remove(out);
+  }
+  ~CPrivateServer() { Run("stop"); }
+  CPrivateServer(CPrivateServer const&) = delete;
+  CPrivateServer& operator=(CPrivateServer const&) = delete;
+
+  std::string const& Url() const { return m_url; }
+  /// "halt" stops the server at once, keeping its data; "resume" starts it.
+  bool Run(char const* command) const {
+    return !m_dir.empty() && std::system((Script() + " " + command + " '" + m_dir + "'").c_str()) == 0;
+  }
+
+private:
+  static std::string Script() { return "'" ZRN_SOURCE_DIR "/scripts/pg-server.sh'"; }
+  std::string m_dir;
+  std::string m_url;
+};
+
+TEST_F(PostgresConcurrency, ServerStoppedInTheMiddleOfASaveThenStartedAgain) {
+  CPrivateServer server;
+  ASSERT_FALSE(server.Url().empty()) << "cannot start a server of the test's own";
+  std::wstring const url = Wide(server.Url());
+  auto* project = new CPartProject;
+  std::unique_ptr<CPartProject> owner(project);
+  project->SetProjectDBDevice(new GPostgresDevice);
+  for (int i = 0; i < 20000; ++i)
+    AddPart(project, "old");
+  project->SaveProject(url);
+  ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project)->LastError();
+  for (IBaseEntity* child : project->GetAllChild())
+    ChangePart(child, "new");
+
+  facade.SetProgress([&](char const*, std::size_t, std::size_t) { EXPECT_TRUE(server.Run("halt")); });
+  project->SaveProject(url);
+  facade.SetProgress(nullptr);
+  EXPECT_FALSE(facade.LastSaveSucceeded());
+  EXPECT_NE(Device(project)->LastError().find("was lost"), std::string::npos)
+      << Device(project)->LastError();
+  // While the server is down, opening fails clearly and saving changes nothing.
+  project->SaveProject(url);
+  EXPECT_FALSE(facade.LastSaveSucceeded());
+  EXPECT_NE(Device(project)->LastError().find("cannot connect to the store at"), std::string::npos)
+      << Device(project)->LastError();
+  EXPECT_TRUE(project->GetAllChild().back()->HasObjectFlag(EGOBJECT_FLAG_MODIFIED));
+
+  ASSERT_TRUE(server.Run("resume"));
+  {
+    auto* device = new GPostgresDevice;
+    std::unique_ptr<IBaseProject> store(IBaseProject::LoadProject(0, url, device));
+    ASSERT_TRUE(store) << device->LastError();
+    EXPECT_EQ(store->GetAllChild().size(), 20000u);
+    EXPECT_EQ(PartOf(store->GetAllChild().back())->text, "old");
+  }
+  project->SaveProject(url);
+  ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project)->LastError();
+  EXPECT_EQ(facade.LastSaveRowCount(), 20000u);
+  auto* device = new GPostgresDevice;
+  std::unique_ptr<IBaseProject> store(IBaseProject::LoadProject(0, url, device));
+  ASSERT_TRUE(store) << device->LastError();
   EXPECT_EQ(PartOf(store->GetAllChild().back())->text, "new");
 }
 
