@@ -20,6 +20,22 @@ std::string Changed(long long id) {
          " was changed by another process since it was loaded: reload and retry";
 }
 
+// Asks for the next page of the open cursor (in pipeline mode).
+bool SendFetch(PGconn* conn) {
+  return PQsendQueryParams(conn, kFetch, 0, nullptr, nullptr, nullptr, nullptr, 1) &&
+         PQpipelineSync(conn);
+}
+
+// The page SendFetch asked for; null when the connection is gone.
+CPgResult TakeFetch(PGconn* conn) {
+  CPgResult page(PQgetResult(conn));
+  if (page)
+    CPgResult(PQgetResult(conn)); // the null after the answer
+  if (PQstatus(conn) == CONNECTION_OK)
+    CPgResult(PQgetResult(conn)); // the sync point
+  return page;
+}
+
 } // namespace
 
 bool GPostgresDevice::Pipeline::Send(char const* statement, CPgParams const& params, long long id,
@@ -205,17 +221,25 @@ bool GPostgresDevice::ReadRows(bool withData, RowSink const& sink) {
                           : "DECLARE zrn_rows NO SCROLL CURSOR FOR SELECT ID, PID, Seq, Type, Flags,"
                             " Rev FROM EntityTable ORDER BY ID");
   m_revs.clear();
+  // The next page is asked for before this one is handed on, so that the
+  // server reads while the caller builds.
+  ok = ok && PQenterPipelineMode(m_pConn) && SendFetch(m_pConn);
   for (bool more = ok; more;) {
-    CPgResult page(PQexecParams(m_pConn, kFetch, 0, nullptr, nullptr, nullptr, nullptr, 1));
-    if (PQresultStatus(page.get()) != PGRES_TUPLES_OK) {
+    bool const asked = SendFetch(m_pConn);
+    CPgResult page = TakeFetch(m_pConn);
+    if (!asked || PQresultStatus(page.get()) != PGRES_TUPLES_OK) {
       ok = LostOrFail("cannot read the entity rows: " + detail::ErrorText(m_pConn, page.get()));
+      more = asked; // the page asked for ahead is still due
       break;
     }
     int const count = PQntuples(page.get());
-    more = count > 0;
     for (int i = 0; ok && i < count; ++i)
       ok = ReadRow(page.get(), i, withData, sink);
-    more = more && ok;
+    more = ok && count > 0;
+  }
+  if (PQpipelineStatus(m_pConn) != PQ_PIPELINE_OFF) {
+    TakeFetch(m_pConn); // the page asked for ahead
+    PQexitPipelineMode(m_pConn);
   }
   if (m_bInTransaction && ok)
     ok = Exec("CLOSE zrn_rows");

@@ -123,8 +123,11 @@ std::string HideInUrl(std::string url) {
   for (std::size_t from = query + 1; from <= url.size();) {
     std::size_t stop = std::min(url.find('&', from), url.size());
     std::string_view item(url.data() + from, stop - from);
-    if (!item.empty() && item.substr(0, 9) != "password=")
-      kept += (kept.empty() ? "" : "&") + std::string(item);
+    if (!item.empty() && item.substr(0, 9) != "password=") {
+      if (!kept.empty())
+        kept += '&';
+      kept += item;
+    }
     from = stop + 1;
   }
   url.erase(query);
@@ -139,7 +142,9 @@ std::string HideInKeywords(std::string const& connection) {
   for (PQconninfoOption* option = options; option->keyword; ++option) {
     if (!option->val || std::string_view(option->keyword) == "password")
       continue;
-    shown += (shown.empty() ? "" : " ") + std::string(option->keyword) + "=" + option->val;
+    if (!shown.empty())
+      shown += ' ';
+    shown.append(option->keyword).append("=").append(option->val);
   }
   PQconninfoFree(options);
   return shown;
