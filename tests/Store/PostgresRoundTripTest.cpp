@@ -161,3 +161,29 @@ TEST_F(PostgresRoundTrip, TablesByNameForQueriesAndData) {
 
 } // namespace
 } // namespace zrn::test
+
+namespace zrn::test {
+namespace {
+
+TEST_F(PostgresRoundTrip, SaveAsTakesSwappedOutDataFromThePreviousStore) {
+  std::unique_ptr<CPartProject> saved(SavedProject());
+  auto loaded = Load(); // every entity swapped out
+  ASSERT_TRUE(loaded);
+  ChangePart(loaded->GetAllChild()[1], "changed before the save as");
+  std::string const other = "zrn_t_copy" + std::to_string(std::random_device()());
+  Admin("CREATE SCHEMA " + other);
+  std::wstring const copyUrl = Wide(UrlWithSchema(ServerUrl(), other));
+  loaded->SaveProject(copyUrl);
+  EXPECT_TRUE(facade.LastSaveSucceeded()) << Device(loaded.get())->LastError();
+  EXPECT_EQ(facade.LastSaveRowCount(), 5u);
+  auto* device = new GPostgresDevice;
+  std::unique_ptr<IBaseProject> copy(IBaseProject::LoadProject(0, copyUrl, device));
+  ASSERT_TRUE(copy) << device->LastError();
+  EXPECT_EQ(Describe(copy.get()), Describe(loaded.get()));
+  copy.reset();
+  loaded.reset();
+  Admin("DROP SCHEMA " + other + " CASCADE");
+}
+
+} // namespace
+} // namespace zrn::test
