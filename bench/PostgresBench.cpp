@@ -95,7 +95,8 @@ std::string ServerUrl() {
 
 std::string UrlWithSchema(std::string const& schema) {
   std::string url = ServerUrl();
-  return url + (url.find('?') == std::string::npos ? "?" : "&") + "options=-csearch_path%3D" + schema;
+  return url + (url.find('?') == std::string::npos ? "?" : "&") + "options=-csearch_path%3D" +
+         schema;
 }
 
 std::wstring Wide(std::string const& text) { return std::wstring(text.begin(), text.end()); }
@@ -108,7 +109,8 @@ public:
       std::fprintf(stderr, "cannot connect: %s", PQerrorMessage(m_conn));
       std::exit(1);
     }
-    PQsetNoticeProcessor(m_conn, [](void*, char const*) {}, nullptr);
+    PQsetNoticeProcessor(
+        m_conn, [](void*, char const*) {}, nullptr);
   }
   ~CAdmin() { PQfinish(m_conn); }
   CAdmin(CAdmin const&) = delete;
@@ -188,7 +190,10 @@ void SavePostgres(benchmark::State& state) {
         project.reset(BuildProject());
         schema.Empty();
       },
-      [&] { SaveWhole(project.get(), new zrn::GPostgresDevice, Wide(schema.Url()), facade.facade, state); });
+      [&] {
+        SaveWhole(project.get(), new zrn::GPostgresDevice, Wide(schema.Url()), facade.facade,
+                  state);
+      });
 }
 
 void SaveSqlite(benchmark::State& state) {
@@ -202,7 +207,9 @@ void SaveSqlite(benchmark::State& state) {
         for (char const* suffix : {"", "-wal", "-shm"})
           std::filesystem::remove(file.string() + suffix);
       },
-      [&] { SaveWhole(project.get(), new zrn::GSqliteDevice, file.wstring(), facade.facade, state); });
+      [&] {
+        SaveWhole(project.get(), new zrn::GSqliteDevice, file.wstring(), facade.facade, state);
+      });
   project.reset();
   for (char const* suffix : {"", "-wal", "-shm"})
     std::filesystem::remove(file.string() + suffix);
@@ -292,7 +299,8 @@ void SaveBare(benchmark::State& state, bool pipelined) {
                     "INSERT INTO EntityTable(ID, PID, Seq, Type, Flags, Data, Rev)"
                     " VALUES($1, $2, $3, $4, $5, $6, $7)",
                     0, nullptr));
-  Timed(state, [&] { schema.Empty(); }, [&] { BareInsert(conn.Get(), pipelined, state); });
+  Timed(
+      state, [&] { schema.Empty(); }, [&] { BareInsert(conn.Get(), pipelined, state); });
 }
 
 void SaveBareLibpq(benchmark::State& state) { SaveBare(state, false); }
@@ -323,7 +331,8 @@ void LoadRounds(benchmark::State& state, std::wstring const& where, bool eager, 
 
 void LoadPostgres(benchmark::State& state) {
   CSchema schema(state.range(0) ? "bench_load_eager" : "bench_load_lazy");
-  LoadRounds(state, Wide(schema.Url()), state.range(0) != 0, [] { return new zrn::GPostgresDevice; });
+  LoadRounds(state, Wide(schema.Url()), state.range(0) != 0,
+             [] { return new zrn::GPostgresDevice; });
 }
 
 void LoadSqlite(benchmark::State& state) {
@@ -462,20 +471,59 @@ void Concurrent(benchmark::State& state) {
 
 } // namespace
 
-BENCHMARK(SavePostgres)->Name("Save/Postgres")->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
-BENCHMARK(SaveSqlite)->Name("Save/Sqlite")->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
-BENCHMARK(SaveBareLibpq)->Name("Save/BareLibpq")->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
-BENCHMARK(SaveBarePipelined)->Name("Save/BarePipelined")->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadPostgres)->Name("Load/Postgres")->ArgName("eager")->Arg(1)->Arg(0)->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadSqlite)->Name("Load/Sqlite")->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadBareLibpq)->Name("Load/BareLibpq")->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
-BENCHMARK(Concurrent)->Name("Concurrent")->Arg(1)->Arg(2)->Arg(4)->UseManualTime()->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(SavePostgres)
+    ->Name("Save/Postgres")
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(SaveSqlite)
+    ->Name("Save/Sqlite")
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(SaveBareLibpq)
+    ->Name("Save/BareLibpq")
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(SaveBarePipelined)
+    ->Name("Save/BarePipelined")
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(LoadPostgres)
+    ->Name("Load/Postgres")
+    ->ArgName("eager")
+    ->Arg(1)
+    ->Arg(0)
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(LoadSqlite)
+    ->Name("Load/Sqlite")
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(LoadBareLibpq)
+    ->Name("Load/BareLibpq")
+    ->UseManualTime()
+    ->Iterations(3)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(Concurrent)
+    ->Name("Concurrent")
+    ->Arg(1)
+    ->Arg(2)
+    ->Arg(4)
+    ->UseManualTime()
+    ->Iterations(1)
+    ->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv) {
   if (argc == 8 && std::strcmp(argv[1], "--zrn-child") == 0)
     return Child(argv[2], std::atoi(argv[3]), std::atoi(argv[4]), argv[5], argv[6], argv[7]);
   if (ServerUrl().empty()) {
-    std::printf("PostgresBench: no server (ZRN_TEST_PG_URL is not set; scripts/run-bench.sh starts one)\n");
+    std::printf(
+        "PostgresBench: no server (ZRN_TEST_PG_URL is not set; scripts/run-bench.sh starts one)\n");
     return 0;
   }
   benchmark::Initialize(&argc, argv);

@@ -35,33 +35,45 @@ using detail::kInt8Oid;
 // a NULL there (a row it never saw) skips the check.
 SStatement const kStatements[] = {
     {"zrn_insert",
-     "INSERT INTO EntityTable(ID, PID, Seq, Type, Flags, Data, Rev) VALUES($1, $2, $3, $4, $5, $6, $7)",
-     7, {kInt8Oid, kInt8Oid, kInt8Oid, kInt4Oid, kInt4Oid, kByteaOid, kInt8Oid}},
+     "INSERT INTO EntityTable(ID, PID, Seq, Type, Flags, Data, Rev) VALUES($1, $2, $3, $4, $5, $6, "
+     "$7)",
+     7,
+     {kInt8Oid, kInt8Oid, kInt8Oid, kInt4Oid, kInt4Oid, kByteaOid, kInt8Oid}},
     {"zrn_update",
      "UPDATE EntityTable SET PID = $2, Seq = $3, Type = $4, Flags = $5, Data = $6, Rev = $7"
      " WHERE ID = $1 AND ($8::int8 IS NULL OR Rev = $8)",
-     8, {kInt8Oid, kInt8Oid, kInt8Oid, kInt4Oid, kInt4Oid, kByteaOid, kInt8Oid, kInt8Oid}},
-    {"zrn_order", "UPDATE EntityTable SET Seq = $2, Rev = $3 WHERE ID = $1 AND ($4::int8 IS NULL OR Rev = $4)",
-     4, {kInt8Oid, kInt8Oid, kInt8Oid, kInt8Oid}},
-    {"zrn_data", "UPDATE EntityTable SET Data = $2, Rev = $3 WHERE ID = $1 AND ($4::int8 IS NULL OR Rev = $4)",
-     4, {kInt8Oid, kByteaOid, kInt8Oid, kInt8Oid}},
-    {"zrn_delete", "DELETE FROM EntityTable WHERE ID = $1 AND ($2::int8 IS NULL OR Rev = $2)", 2,
+     8,
+     {kInt8Oid, kInt8Oid, kInt8Oid, kInt4Oid, kInt4Oid, kByteaOid, kInt8Oid, kInt8Oid}},
+    {"zrn_order",
+     "UPDATE EntityTable SET Seq = $2, Rev = $3 WHERE ID = $1 AND ($4::int8 IS NULL OR Rev = $4)",
+     4,
+     {kInt8Oid, kInt8Oid, kInt8Oid, kInt8Oid}},
+    {"zrn_data",
+     "UPDATE EntityTable SET Data = $2, Rev = $3 WHERE ID = $1 AND ($4::int8 IS NULL OR Rev = $4)",
+     4,
+     {kInt8Oid, kByteaOid, kInt8Oid, kInt8Oid}},
+    {"zrn_delete",
+     "DELETE FROM EntityTable WHERE ID = $1 AND ($2::int8 IS NULL OR Rev = $2)",
+     2,
      {kInt8Oid, kInt8Oid}},
     {"zrn_read_data", "SELECT Data FROM EntityTable WHERE ID = $1", 1, {kInt8Oid}},
     {"zrn_read_project", "SELECT Data FROM ProjectTable WHERE ID = $1", 1, {kInt8Oid}},
     {"zrn_lock_project", "SELECT Data FROM ProjectTable WHERE ID = $1 FOR UPDATE", 1, {kInt8Oid}},
     {"zrn_write_project",
-     "INSERT INTO ProjectTable(ID, Data) VALUES($1, $2) ON CONFLICT (ID) DO UPDATE SET Data = excluded.Data",
-     2, {kInt8Oid, kByteaOid}},
+     "INSERT INTO ProjectTable(ID, Data) VALUES($1, $2) ON CONFLICT (ID) DO UPDATE SET Data = "
+     "excluded.Data",
+     2,
+     {kInt8Oid, kByteaOid}},
     {"zrn_txid", "SELECT txid_current()", 0, {}},
 };
 
 std::string PrepareStatements(PGconn* conn) {
   for (SStatement const& statement : kStatements) {
-    CPgResult result(PQprepare(conn, statement.name, statement.sql, statement.count, statement.types));
+    CPgResult result(
+        PQprepare(conn, statement.name, statement.sql, statement.count, statement.types));
     if (PQresultStatus(result.get()) != PGRES_COMMAND_OK)
-      return std::string("cannot prepare \"") + statement.sql + "\": " +
-             detail::ErrorText(conn, result.get());
+      return std::string("cannot prepare \"") + statement.sql +
+             "\": " + detail::ErrorText(conn, result.get());
   }
   return {};
 }
@@ -106,8 +118,9 @@ bool GPostgresDevice::Open(std::wstring const& connection) {
   if (m_pOrigin)
     PQfinish(std::exchange(m_pOrigin, nullptr));
   m_strUrl.clear();
-  return utf8.empty() ? Fail("cannot open the store: the connection string is empty or not valid text")
-                      : false;
+  return utf8.empty()
+             ? Fail("cannot open the store: the connection string is empty or not valid text")
+             : false;
 }
 
 bool GPostgresDevice::Connect(std::string const& connection) {
@@ -217,7 +230,8 @@ bool GPostgresDevice::CommitTransaction() {
                     detail::ErrorText(m_pConn, result.get()) + ")",
                 true);
   if (state == "40001" || state == "40P01")
-    return Fail("entities were changed by another process at the same time: reload and retry", true);
+    return Fail("entities were changed by another process at the same time: reload and retry",
+                true);
   if (PQresultStatus(result.get()) == PGRES_COMMAND_OK)
     return Fail("the transaction had failed and was rolled back");
   return LostOrFail("cannot commit the save");

@@ -84,15 +84,17 @@ void GPostgresDevice::Pipeline::Judge(PGresult const* result, Item item, Outcome
     return; // the first failure is the one to report; the rest were skipped
   ExecStatusType const status = PQresultStatus(result);
   if (status == PGRES_COMMAND_OK) {
-    if (item.kind == kChecked && std::string_view(PQcmdTuples(const_cast<PGresult*>(result))) == "0")
+    if (item.kind == kChecked &&
+        std::string_view(PQcmdTuples(const_cast<PGresult*>(result))) == "0")
       outcome = {false, true, Changed(item.id)};
     return;
   }
   std::string_view state = detail::ErrorState(result);
   if (item.kind == kInsert && state == "23505")
-    outcome = {false, true,
-               "entity " + std::to_string(item.id) +
-                   " was also added by another process since this tree was loaded: reload and retry"};
+    outcome = {
+        false, true,
+        "entity " + std::to_string(item.id) +
+            " was also added by another process since this tree was loaded: reload and retry"};
   else if (state == "40001" || state == "40P01")
     outcome = {false, true, Changed(item.id)};
   else
@@ -132,7 +134,8 @@ void GPostgresDevice::SwapSpill::Clear() {
 bool GPostgresDevice::NeedTransaction() {
   if (!NeedOpen())
     return false;
-  return m_bInTransaction || Fail("the store's rows are written inside a transaction (BeginAccess)");
+  return m_bInTransaction ||
+         Fail("the store's rows are written inside a transaction (BeginAccess)");
 }
 
 bool GPostgresDevice::TransactionRev() {
@@ -172,9 +175,9 @@ bool GPostgresDevice::WriteRow(SEntityRow const& row) {
   auto known = m_revs.find(row.id);
   // A row this device never saw is new: inserting it (not replacing) is what
   // notices another process that added a row with the same id.
-  bool const sent = known == m_revs.end()
-                        ? Send("zrn_insert", params, row.id, Pipeline::kInsert)
-                        : Send("zrn_update", params.Int8(known->second), row.id, Pipeline::kChecked);
+  bool const sent = known == m_revs.end() ? Send("zrn_insert", params, row.id, Pipeline::kInsert)
+                                          : Send("zrn_update", params.Int8(known->second), row.id,
+                                                 Pipeline::kChecked);
   if (sent)
     Remember(row.id, m_nTxRev);
   return sent;
@@ -216,10 +219,11 @@ bool GPostgresDevice::ReadRows(bool withData, RowSink const& sink) {
   bool const own = !m_bInTransaction;
   if (own && !(Exec("BEGIN ISOLATION LEVEL REPEATABLE READ") && (m_bInTransaction = true)))
     return false;
-  bool ok = Exec(withData ? "DECLARE zrn_rows NO SCROLL CURSOR FOR SELECT ID, PID, Seq, Type, Flags,"
-                            " Rev, Data FROM EntityTable ORDER BY ID"
-                          : "DECLARE zrn_rows NO SCROLL CURSOR FOR SELECT ID, PID, Seq, Type, Flags,"
-                            " Rev FROM EntityTable ORDER BY ID");
+  bool ok =
+      Exec(withData ? "DECLARE zrn_rows NO SCROLL CURSOR FOR SELECT ID, PID, Seq, Type, Flags,"
+                      " Rev, Data FROM EntityTable ORDER BY ID"
+                    : "DECLARE zrn_rows NO SCROLL CURSOR FOR SELECT ID, PID, Seq, Type, Flags,"
+                      " Rev FROM EntityTable ORDER BY ID");
   m_revs.clear();
   // The next page is asked for before this one is handed on, so that the
   // server reads while the caller builds.
@@ -268,14 +272,16 @@ bool GPostgresDevice::ReadRow(PGresult const* page, int i, bool withData, RowSin
   return sink(row);
 }
 
-bool GPostgresDevice::ReadOne(char const* statement, long long id, std::string& bytes, pg_conn* conn) {
+bool GPostgresDevice::ReadOne(char const* statement, long long id, std::string& bytes,
+                              pg_conn* conn) {
   if (!NeedOpen() || !Flush())
     return false;
   CPgParams params;
   params.Int8(id);
   CPgResult result(detail::ExecPrepared(conn ? conn : m_pConn, statement, params));
   if (PQresultStatus(result.get()) != PGRES_TUPLES_OK)
-    return conn ? false : LostOrFail("cannot read the store: " + detail::ErrorText(m_pConn, result.get()));
+    return conn ? false
+                : LostOrFail("cannot read the store: " + detail::ErrorText(m_pConn, result.get()));
   if (PQntuples(result.get()) != 1)
     return false;
   std::string_view data = detail::Cell(result.get(), 0, 0);
@@ -303,7 +309,8 @@ bool GPostgresDevice::WriteProjectState(long long id, char const* data, unsigned
   CPgResult result(detail::ExecPrepared(m_pConn, "zrn_write_project", params));
   if (PQresultStatus(result.get()) == PGRES_COMMAND_OK)
     return true;
-  return LostOrFail("cannot write the project's state: " + detail::ErrorText(m_pConn, result.get()));
+  return LostOrFail("cannot write the project's state: " +
+                    detail::ErrorText(m_pConn, result.get()));
 }
 
 bool GPostgresDevice::ReadProjectState(long long id, std::string& bytes) {
@@ -311,19 +318,21 @@ bool GPostgresDevice::ReadProjectState(long long id, std::string& bytes) {
 }
 
 bool GPostgresDevice::WriteSwapData(long long id, char const* data, unsigned size) {
-  return m_spill->Write(id, data, size) ||
-         Fail("cannot keep swapped-out data of entity " + std::to_string(id) +
-              " in a temporary file");
+  return m_spill->Write(id, data, size) || Fail("cannot keep swapped-out data of entity " +
+                                                std::to_string(id) + " in a temporary file");
 }
 
-bool GPostgresDevice::ReadSwapData(long long id, std::string& bytes) { return m_spill->Read(id, bytes); }
+bool GPostgresDevice::ReadSwapData(long long id, std::string& bytes) {
+  return m_spill->Read(id, bytes);
+}
 
 bool GPostgresDevice::ClearRows() {
   if (!NeedTransaction() || !Flush() || !Exec("DELETE FROM EntityTable") ||
       !Exec("DELETE FROM ProjectTable"))
     return false;
   if (!m_revsBeforeClear) {
-    m_revsBeforeClear = std::make_unique<std::unordered_map<long long, long long>>(std::move(m_revs));
+    m_revsBeforeClear =
+        std::make_unique<std::unordered_map<long long, long long>>(std::move(m_revs));
     m_nUndoAtClear = m_undo.size();
   }
   m_revs.clear();

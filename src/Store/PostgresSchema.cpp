@@ -169,8 +169,8 @@ std::string PreparePgSchema(PGconn* conn, int target, int& version) {
     return {};
   // Several processes may set up the same store at once: a lock taken inside
   // the transaction decides, and the version is read again under it.
-  if (std::string error =
-          Run(conn, "BEGIN; SELECT pg_advisory_xact_lock(7254101)", "cannot lock the store to set it up");
+  if (std::string error = Run(conn, "BEGIN; SELECT pg_advisory_xact_lock(7254101)",
+                              "cannot lock the store to set it up");
       !error.empty()) {
     Run(conn, "ROLLBACK", "");
     return error;

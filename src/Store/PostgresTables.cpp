@@ -31,7 +31,8 @@ std::string Quoted(std::string const& name) {
 
 bool SameName(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
+    return std::tolower(static_cast<unsigned char>(x)) ==
+           std::tolower(static_cast<unsigned char>(y));
   });
 }
 
@@ -91,8 +92,10 @@ bool GPostgresDevice::IsEntityTable(std::string const& table) const {
   return SameName(table, "EntityTable");
 }
 
-bool GPostgresDevice::CheckedTable(std::string const& table, std::vector<std::string> const& columns,
-                                   std::string& quotedTable, std::vector<std::string>& quotedColumns,
+bool GPostgresDevice::CheckedTable(std::string const& table,
+                                   std::vector<std::string> const& columns,
+                                   std::string& quotedTable,
+                                   std::vector<std::string>& quotedColumns,
                                    std::vector<std::string>& types) {
   if (!NeedOpen() || !Flush())
     return false;
@@ -169,7 +172,8 @@ bool GPostgresDevice::WriteData(std::string const& table, long long id, std::str
   if (IsEntityTable(table)) {
     auto known = m_revs.find(id);
     if (known == m_revs.end())
-      return NeedOpen() && Fail("entity " + std::to_string(id) + " has no row that this device loaded or saved");
+      return NeedOpen() &&
+             Fail("entity " + std::to_string(id) + " has no row that this device loaded or saved");
     bool const own = !m_bInTransaction;
     if (own && !BeginTransaction())
       return false;
@@ -210,8 +214,8 @@ bool GPostgresDevice::ReadData(std::string const& table, long long id, std::stri
   CPgParams params;
   params.Int8(id);
   Oid const keyType = detail::kInt8Oid;
-  CPgResult result(PQexecParams(m_pConn, sql.c_str(), 1, &keyType, params.Values(), params.Lengths(),
-                                params.Formats(), 1));
+  CPgResult result(PQexecParams(m_pConn, sql.c_str(), 1, &keyType, params.Values(),
+                                params.Lengths(), params.Formats(), 1));
   if (PQresultStatus(result.get()) != PGRES_TUPLES_OK)
     return LostOrFail("cannot read the store: " + detail::ErrorText(m_pConn, result.get()));
   if (PQntuples(result.get()) != 1)

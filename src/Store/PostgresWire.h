@@ -85,7 +85,8 @@ inline CPgResult ExecPrepared(PGconn* conn, char const* name, CPgParams const& p
 inline std::string_view Cell(PGresult const* result, int row, int column) {
   if (PQgetisnull(result, row, column))
     return {};
-  return {PQgetvalue(result, row, column), static_cast<std::size_t>(PQgetlength(result, row, column))};
+  return {PQgetvalue(result, row, column),
+          static_cast<std::size_t>(PQgetlength(result, row, column))};
 }
 
 /// A binary int2, int4 or int8 cell as a number; false when the cell is none
@@ -104,8 +105,8 @@ inline bool IntCell(PGresult const* result, int row, int column, long long& valu
 /// The server's error text of `result` (or of the connection when there is
 /// no result), without its trailing line feed.
 inline std::string ErrorText(PGconn* conn, PGresult const* result) {
-  std::string text = result && *PQresultErrorMessage(result) ? PQresultErrorMessage(result)
-                                                             : PQerrorMessage(conn);
+  std::string text =
+      result && *PQresultErrorMessage(result) ? PQresultErrorMessage(result) : PQerrorMessage(conn);
   while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
     text.pop_back();
   return text.empty() ? "no answer from the server" : text;

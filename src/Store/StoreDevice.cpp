@@ -19,7 +19,8 @@ bool StartsWithNoCase(std::wstring const& text, std::wstring_view prefix) {
 } // namespace
 
 bool IsServerStoreUrl(std::wstring const& pathOrUrl) {
-  return StartsWithNoCase(pathOrUrl, L"postgresql://") || StartsWithNoCase(pathOrUrl, L"postgres://");
+  return StartsWithNoCase(pathOrUrl, L"postgresql://") ||
+         StartsWithNoCase(pathOrUrl, L"postgres://");
 }
 
 GEntityStoreDevice* CreateStoreDevice(std::wstring const& pathOrUrl) {

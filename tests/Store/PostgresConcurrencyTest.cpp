@@ -67,8 +67,9 @@ TEST_F(PostgresConcurrency, OverwritingAnotherProcessesSaveFailsWholeAndRetryWor
 
   ChangePart(a1, "mine");
   ChangePart(a2, "mine too");
-  ExpectConflict(mine.get(), "entity " + std::to_string(a1->GetObjectID()) +
-                                 " was changed by another process since it was loaded: reload and retry");
+  ExpectConflict(mine.get(),
+                 "entity " + std::to_string(a1->GetObjectID()) +
+                     " was changed by another process since it was loaded: reload and retry");
   // Nothing of the save reached the store, and the tree still holds its
   // changes.
   EXPECT_TRUE(a1->HasObjectFlag(EGOBJECT_FLAG_MODIFIED));
@@ -239,7 +240,8 @@ public:
   std::string const& Url() const { return m_url; }
   /// "halt" stops the server at once, keeping its data; "resume" starts it.
   bool Run(char const* command) const {
-    return !m_dir.empty() && std::system((Script() + " " + command + " '" + m_dir + "'").c_str()) == 0;
+    return !m_dir.empty() &&
+           std::system((Script() + " " + command + " '" + m_dir + "'").c_str()) == 0;
   }
 
 private:
@@ -262,7 +264,8 @@ TEST_F(PostgresConcurrency, ServerStoppedInTheMiddleOfASaveThenStartedAgain) {
   for (IBaseEntity* child : project->GetAllChild())
     ChangePart(child, "new");
 
-  facade.SetProgress([&](char const*, std::size_t, std::size_t) { EXPECT_TRUE(server.Run("halt")); });
+  facade.SetProgress(
+      [&](char const*, std::size_t, std::size_t) { EXPECT_TRUE(server.Run("halt")); });
   project->SaveProject(url);
   facade.SetProgress(nullptr);
   EXPECT_FALSE(facade.LastSaveSucceeded());

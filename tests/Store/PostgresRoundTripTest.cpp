@@ -34,7 +34,8 @@ TEST_F(PostgresRoundTrip, TreeComesBackLazilyAndEagerly) {
     EXPECT_EQ(last->HasObjectFlag(EGOBJECT_FLAG_SWAPPED), !eager);
     std::vector<std::string> expected = Describe(saved.get());
     std::vector<std::string> got = Describe(loaded.get());
-    EXPECT_EQ(std::vector(got.begin(), got.end() - 1), std::vector(expected.begin(), expected.end() - 1));
+    EXPECT_EQ(std::vector(got.begin(), got.end() - 1),
+              std::vector(expected.begin(), expected.end() - 1));
     EXPECT_TRUE(PartOf(last)->text == big);
     EXPECT_EQ(PartOf(last)->number, -5);
     // New entities after a reload never take an id the store holds.
@@ -104,7 +105,8 @@ TEST_F(PostgresRoundTrip, ErrorsNameTheStoreWithoutItsPassword) {
   std::string wrong = url.substr(0, at) + "x" + url.substr(at); // a wrong password
   EXPECT_FALSE(device.Open(Wide(wrong + "?sslmode=disable&password=other")));
   std::string password = url.substr(url.rfind(':', at) + 1, at - url.rfind(':', at) - 1);
-  EXPECT_EQ(device.LastError().rfind("cannot connect to the store at postgresql://zrn@127.0.0.1:", 0), 0u)
+  EXPECT_EQ(
+      device.LastError().rfind("cannot connect to the store at postgresql://zrn@127.0.0.1:", 0), 0u)
       << device.LastError();
   EXPECT_NE(device.LastError().find("?sslmode=disable: "), std::string::npos) << device.LastError();
   EXPECT_EQ(device.LastError().find(password), std::string::npos);
@@ -129,7 +131,8 @@ TEST_F(PostgresRoundTrip, SchemaVersionsAndForeignTables) {
       << device.LastError();
   Admin("DROP TABLE StoreInfo");
   EXPECT_FALSE(device.Open(Url()));
-  EXPECT_NE(device.LastError().find("not a project store"), std::string::npos) << device.LastError();
+  EXPECT_NE(device.LastError().find("not a project store"), std::string::npos)
+      << device.LastError();
 }
 
 TEST_F(PostgresRoundTrip, TablesByNameForQueriesAndData) {

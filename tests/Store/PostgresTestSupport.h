@@ -107,7 +107,8 @@ inline std::string ServerUrl() {
 
 /// `url` with a search path of `schema`, so that the store's tables go there.
 inline std::string UrlWithSchema(std::string const& url, std::string const& schema) {
-  return url + (url.find('?') == std::string::npos ? "?" : "&") + "options=-csearch_path%3D" + schema;
+  return url + (url.find('?') == std::string::npos ? "?" : "&") + "options=-csearch_path%3D" +
+         schema;
 }
 
 /// Each test gets a fresh schema on the server (dropped afterwards) and a
@@ -135,9 +136,11 @@ protected:
   /// Runs `sql` on a connection of its own; the first value of the answer.
   std::string Admin(std::string const& sql) {
     PGconn* conn = PQconnectdb(m_url.empty() ? ServerUrl().c_str() : m_url.c_str());
-    PQsetNoticeProcessor(conn, [](void*, char const*) {}, nullptr);
+    PQsetNoticeProcessor(
+        conn, [](void*, char const*) {}, nullptr);
     PGresult* result = PQexec(conn, sql.c_str());
-    EXPECT_TRUE(PQresultStatus(result) == PGRES_COMMAND_OK || PQresultStatus(result) == PGRES_TUPLES_OK)
+    EXPECT_TRUE(PQresultStatus(result) == PGRES_COMMAND_OK ||
+                PQresultStatus(result) == PGRES_TUPLES_OK)
         << sql << ": " << PQerrorMessage(conn);
     std::string value = PQntuples(result) > 0 ? PQgetvalue(result, 0, 0) : "";
     PQclear(result);
@@ -179,10 +182,11 @@ protected:
   /// Runs this program again as a second process, doing `action` (see
   /// PostgresChild.DISABLED_Act) on this test's store; its exit status.
   int RunChild(std::string const& action) const {
-    std::string command = "ZRN_PG_CHILD_URL='" + m_url + "' ZRN_PG_CHILD_ACTION='" + action + "' '" +
-                          std::filesystem::path(GCoreSystem::GetExeFilePath()).string() +
-                          "' --gtest_also_run_disabled_tests --gtest_filter=PostgresChild.DISABLED_Act"
-                          " > /dev/null 2>&1";
+    std::string command =
+        "ZRN_PG_CHILD_URL='" + m_url + "' ZRN_PG_CHILD_ACTION='" + action + "' '" +
+        std::filesystem::path(GCoreSystem::GetExeFilePath()).string() +
+        "' --gtest_also_run_disabled_tests --gtest_filter=PostgresChild.DISABLED_Act"
+        " > /dev/null 2>&1";
     return std::system(command.c_str());
   }
 
