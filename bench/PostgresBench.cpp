@@ -196,6 +196,12 @@ void SavePostgres(benchmark::State& state) {
       });
 }
 
+// Removes an SQLite store and its write-ahead log.
+void RemoveStoreFile(std::filesystem::path const& file) {
+  for (char const* suffix : {"", "-wal", "-shm"})
+    std::filesystem::remove(file.string() + suffix);
+}
+
 void SaveSqlite(benchmark::State& state) {
   SFacade facade;
   std::filesystem::path file = std::filesystem::temp_directory_path() / "zrn-bench-save.zrndb";
@@ -204,15 +210,13 @@ void SaveSqlite(benchmark::State& state) {
       state,
       [&] {
         project.reset(BuildProject());
-        for (char const* suffix : {"", "-wal", "-shm"})
-          std::filesystem::remove(file.string() + suffix);
+        RemoveStoreFile(file);
       },
       [&] {
         SaveWhole(project.get(), new zrn::GSqliteDevice, file.wstring(), facade.facade, state);
       });
   project.reset();
-  for (char const* suffix : {"", "-wal", "-shm"})
-    std::filesystem::remove(file.string() + suffix);
+  RemoveStoreFile(file);
 }
 
 // The row libpq alone writes: the columns of the store's table, with a blob
@@ -337,11 +341,9 @@ void LoadPostgres(benchmark::State& state) {
 
 void LoadSqlite(benchmark::State& state) {
   std::filesystem::path file = std::filesystem::temp_directory_path() / "zrn-bench-load.zrndb";
-  for (char const* suffix : {"", "-wal", "-shm"})
-    std::filesystem::remove(file.string() + suffix);
+  RemoveStoreFile(file);
   LoadRounds(state, file.wstring(), true, [] { return new zrn::GSqliteDevice; });
-  for (char const* suffix : {"", "-wal", "-shm"})
-    std::filesystem::remove(file.string() + suffix);
+  RemoveStoreFile(file);
 }
 
 void LoadBareLibpq(benchmark::State& state) {
@@ -469,54 +471,21 @@ void Concurrent(benchmark::State& state) {
   state.counters["lost"] = static_cast<double>(lost);
 }
 
+// Each benchmark times its own rounds: a few, in milliseconds.
+void Measured(benchmark::internal::Benchmark* benchmark) {
+  benchmark->UseManualTime()->Iterations(3)->Unit(benchmark::kMillisecond);
+}
+
 } // namespace
 
-BENCHMARK(SavePostgres)
-    ->Name("Save/Postgres")
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(SaveSqlite)
-    ->Name("Save/Sqlite")
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(SaveBareLibpq)
-    ->Name("Save/BareLibpq")
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(SaveBarePipelined)
-    ->Name("Save/BarePipelined")
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadPostgres)
-    ->Name("Load/Postgres")
-    ->ArgName("eager")
-    ->Arg(1)
-    ->Arg(0)
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadSqlite)
-    ->Name("Load/Sqlite")
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(LoadBareLibpq)
-    ->Name("Load/BareLibpq")
-    ->UseManualTime()
-    ->Iterations(3)
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(Concurrent)
-    ->Name("Concurrent")
-    ->Arg(1)
-    ->Arg(2)
-    ->Arg(4)
-    ->UseManualTime()
-    ->Iterations(1)
-    ->Unit(benchmark::kMillisecond);
+BENCHMARK(SavePostgres)->Name("Save/Postgres")->Apply(Measured);
+BENCHMARK(SaveSqlite)->Name("Save/Sqlite")->Apply(Measured);
+BENCHMARK(SaveBareLibpq)->Name("Save/BareLibpq")->Apply(Measured);
+BENCHMARK(SaveBarePipelined)->Name("Save/BarePipelined")->Apply(Measured);
+BENCHMARK(LoadPostgres)->Name("Load/Postgres")->ArgName("eager")->Arg(1)->Arg(0)->Apply(Measured);
+BENCHMARK(LoadSqlite)->Name("Load/Sqlite")->Apply(Measured);
+BENCHMARK(LoadBareLibpq)->Name("Load/BareLibpq")->Apply(Measured);
+BENCHMARK(Concurrent)->Name("Concurrent")->Arg(1)->Arg(2)->Arg(4)->Apply(Measured)->Iterations(1);
 
 int main(int argc, char** argv) {
   if (argc == 8 && std::strcmp(argv[1], "--zrn-child") == 0)

@@ -6,35 +6,20 @@
 #include <zrn/Text/StringTrans.h>
 
 #include "Store/PostgresParts.h"
+#include "Store/SqlNames.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <memory>
 
 namespace zrn {
 
+using detail::QuotedName;
+using detail::SameNameNoCase;
+
 using detail::CPgParams;
 using detail::CPgResult;
 
 namespace {
-
-std::string Quoted(std::string const& name) {
-  std::string quoted = "\"";
-  for (char c : name) {
-    quoted += c;
-    if (c == '"')
-      quoted += '"';
-  }
-  return quoted + '"';
-}
-
-bool SameName(std::string_view a, std::string_view b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) ==
-           std::tolower(static_cast<unsigned char>(y));
-  });
-}
 
 enum class EValueKind { kInteger, kReal, kBytes, kText };
 
@@ -89,7 +74,7 @@ CVariant ValueOf(PGresult const* result, int row, int column, EValueKind kind) {
 } // namespace
 
 bool GPostgresDevice::IsEntityTable(std::string const& table) const {
-  return SameName(table, "EntityTable");
+  return SameNameNoCase(table, "EntityTable");
 }
 
 bool GPostgresDevice::CheckedTable(std::string const& table,
@@ -111,19 +96,19 @@ bool GPostgresDevice::CheckedTable(std::string const& table,
   if (PQntuples(result.get()) == 0)
     return Fail("the store has no table named \"" + table + "\"");
   std::string const name = PQgetvalue(result.get(), 0, 0);
-  quotedTable = Quoted(name);
+  quotedTable = QuotedName(name);
   quotedColumns.clear();
   types.clear();
   for (std::string const& column : columns) {
     int found = -1;
     for (int i = 0; i < PQntuples(result.get()) && name == PQgetvalue(result.get(), i, 0); ++i)
-      if (SameName(PQgetvalue(result.get(), i, 1), column)) {
+      if (SameNameNoCase(PQgetvalue(result.get(), i, 1), column)) {
         found = i;
         break;
       }
     if (found < 0)
       return Fail("the table \"" + table + "\" has no column named \"" + column + "\"");
-    quotedColumns.push_back(Quoted(PQgetvalue(result.get(), found, 1)));
+    quotedColumns.push_back(QuotedName(PQgetvalue(result.get(), found, 1)));
     types.emplace_back(PQgetvalue(result.get(), found, 2));
   }
   return true;
