@@ -7,6 +7,7 @@
 #include <zrn/ThreadSafety.h>
 #include <zrn/Version.h>
 
+#include <zrn/IO/ArchiveReader.h>
 #include <zrn/IO/DBDevice.h>
 #include <zrn/IO/DataIOFacade.h>
 #include <zrn/IO/DataSizeStream.h>

@@ -1,5 +1,6 @@
 #include <zrn/IO/DbArchiveImpl.h>
 
+#include "IO/ArchiveFrame.h"
 #include "IO/MemStreamFast.h"
 #include "IO/Utf16.h"
 
@@ -161,9 +162,9 @@ unsigned short GDbArchiveImpl::GetVersion() {
 void GDbArchiveImpl::RewindTo(long long position) {
   while (!m_vecVersions.empty() && m_vecVersions.back().start >= position)
     m_vecVersions.pop_back();
-  // A record's count byte follows its object's two-byte version.
-  std::erase_if(m_vecRecords,
-                [position](KeyedRecord const& r) { return r.record.m_nCountPos - 2 >= position; });
+  std::erase_if(m_vecRecords, [position](KeyedRecord const& r) {
+    return r.record.m_nCountPos - static_cast<long long>(detail::kBlockCountOffset) >= position;
+  });
   m_nActiveRecord = -1;
   if (m_pDevice)
     m_pDevice->seek(position);
@@ -279,21 +280,20 @@ bool GDbArchiveImpl::ReadPayload(std::string& out, std::size_t size) {
 }
 
 GDbArchive& GDbArchiveImpl::operator>>(std::string& value) {
-  const int length = ReadLength();
-  if (length < 1)
+  const std::size_t bytes = detail::StoredPayloadBytes(ReadLength(), 1);
+  if (bytes == 0)
     return *this;
-  if (char const* const text = Take(static_cast<std::size_t>(length)))
-    value.assign(text, UpToNul(text, static_cast<std::size_t>(length)));
+  if (char const* const text = Take(bytes))
+    value.assign(text, UpToNul(text, bytes));
   else
     value.clear();
   return *this;
 }
 
 GDbArchive& GDbArchiveImpl::operator>>(std::wstring& value) {
-  const int length = ReadLength();
-  if (length < 1)
+  const std::size_t bytes = detail::StoredPayloadBytes(ReadLength(), 2);
+  if (bytes == 0)
     return *this;
-  const std::size_t bytes = static_cast<std::size_t>(length) * 2;
   if (char const* const units = Take(bytes))
     detail::DecodeUtf16(std::string_view(units, bytes), value);
   else
@@ -373,7 +373,7 @@ void GDbArchiveImpl::BeginWriteObject(void const* key, unsigned short version) {
   }
   record->m_nSizePos = 0;
   record->m_nBlockStart = 0;
-  record->m_nCountPos = start + static_cast<long long>(sizeof version);
+  record->m_nCountPos = start + static_cast<long long>(detail::kBlockCountOffset);
   record->m_nBlockCount = 0;
   PutPair(version, static_cast<unsigned char>(0));
 }
@@ -383,8 +383,8 @@ void GDbArchiveImpl::BeginWriteBlock(unsigned char tag, void const* key) {
   if (!record)
     return;
   const long long start = Position();
-  record->m_nSizePos = start + 1;
-  record->m_nBlockStart = start + 5;
+  record->m_nSizePos = start + static_cast<long long>(detail::kBlockSizeOffset);
+  record->m_nBlockStart = start + static_cast<long long>(detail::kBlockHeaderSize);
   ++record->m_nBlockCount;
   PutPair(tag, 0u);
 }

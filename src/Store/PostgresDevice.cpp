@@ -65,6 +65,7 @@ SStatement const kStatements[] = {
      2,
      {kInt8Oid, kByteaOid}},
     {"zrn_txid", "SELECT txid_current()", 0, {}},
+    {"zrn_count", "SELECT count(*) FROM EntityTable", 0, {}},
 };
 
 std::string PrepareStatements(PGconn* conn) {

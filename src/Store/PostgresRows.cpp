@@ -252,6 +252,17 @@ bool GPostgresDevice::ReadRows(bool withData, RowSink const& sink) {
   return ok;
 }
 
+long long GPostgresDevice::RowCount() {
+  if (!m_pConn || !Flush())
+    return -1;
+  CPgResult result(detail::ExecPrepared(m_pConn, "zrn_count", CPgParams()));
+  long long count = -1;
+  if (PQresultStatus(result.get()) != PGRES_TUPLES_OK || PQntuples(result.get()) != 1 ||
+      !detail::IntCell(result.get(), 0, 0, count))
+    return -1;
+  return count;
+}
+
 bool GPostgresDevice::ReadRow(PGresult const* page, int i, bool withData, RowSink const& sink) {
   SEntityRow row;
   long long type = 0;

@@ -177,16 +177,25 @@ bool GPostgresDevice::WriteData(std::string const& table, long long id, std::str
   std::vector<std::string> types;
   if (!CheckedTable(table, {"ID", "Data"}, quotedTable, names, types))
     return false;
-  std::string sql = "INSERT INTO " + quotedTable + "(" + names[0] + ", " + names[1] +
-                    ") VALUES($1, $2) ON CONFLICT (" + names[0] + ") DO UPDATE SET " + names[1] +
-                    " = excluded." + names[1];
+  // An update first: a table whose other columns must not be null takes new
+  // data for an existing row, and a table without a unique ID still gets one
+  // row per id.
+  std::string const update =
+      "UPDATE " + quotedTable + " SET " + names[1] + " = $2 WHERE " + names[0] + " = $1";
+  std::string const insert =
+      "INSERT INTO " + quotedTable + "(" + names[0] + ", " + names[1] + ") VALUES($1, $2)";
   CPgParams params;
   params.Int8(id).Bytes(bytes.data(), bytes.size());
   Oid const paramTypes[] = {detail::kInt8Oid, detail::kByteaOid};
-  CPgResult result(PQexecParams(m_pConn, sql.c_str(), 2, paramTypes, params.Values(),
-                                params.Lengths(), params.Formats(), 1));
-  return PQresultStatus(result.get()) == PGRES_COMMAND_OK ||
-         LostOrFail("cannot write to the store: " + detail::ErrorText(m_pConn, result.get()));
+  for (std::string const* sql : {&update, &insert}) {
+    CPgResult result(PQexecParams(m_pConn, sql->c_str(), 2, paramTypes, params.Values(),
+                                  params.Lengths(), params.Formats(), 1));
+    if (PQresultStatus(result.get()) != PGRES_COMMAND_OK)
+      return LostOrFail("cannot write to the store: " + detail::ErrorText(m_pConn, result.get()));
+    if (std::string_view(PQcmdTuples(result.get())) != "0")
+      return true;
+  }
+  return true;
 }
 
 bool GPostgresDevice::ReadData(std::string const& table, long long id, std::string& bytes) {

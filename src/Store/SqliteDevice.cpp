@@ -278,6 +278,14 @@ bool GSqliteDevice::ReadRows(bool withData, RowSink const& sink) {
   return Check(step, "cannot read the entity rows");
 }
 
+long long GSqliteDevice::RowCount() {
+  CSqliteStatement count;
+  if (!m_pDb || count.Prepare(m_pDb, "SELECT count(*) FROM EntityTable") != SQLITE_OK ||
+      count.Step() != SQLITE_ROW)
+    return -1;
+  return count.Int(0);
+}
+
 bool GSqliteDevice::ReadEntityData(long long id, std::string& bytes) {
   if (!m_statements)
     return false;

@@ -92,14 +92,22 @@ void GSqliteDevice::QueryColumn(std::string const& table, std::vector<std::strin
 bool GSqliteDevice::WriteData(std::string const& table, long long id, std::string const& bytes) {
   if (!ValidName(table, {"ID", "Data"}))
     return false;
-  CSqliteStatement write;
-  std::string sql = "INSERT INTO " + QuotedName(table) +
-                    "(ID, Data) VALUES(?, ?) ON CONFLICT(ID) DO UPDATE SET Data = excluded.Data";
-  if (write.Prepare(m_pDb, sql) != SQLITE_OK)
-    return Check(SQLITE_ERROR, "cannot write to the store");
-  write.Bind(1, id);
-  write.BindBlob(2, bytes.data(), static_cast<unsigned>(bytes.size()));
-  return Check(write.Step(), "cannot write to the store");
+  // An update first: a table whose other columns must not be null (the
+  // entity rows) takes new data for an existing row, but no new row.
+  for (char const* form : {"UPDATE %s SET Data = ?2 WHERE ID = ?1", "INSERT INTO %s(ID, Data) VALUES(?1, ?2)"}) {
+    std::string sql = form;
+    sql.replace(sql.find("%s"), 2, QuotedName(table));
+    CSqliteStatement write;
+    if (write.Prepare(m_pDb, sql) != SQLITE_OK)
+      return Check(SQLITE_ERROR, "cannot write to the store");
+    write.Bind(1, id);
+    write.BindBlob(2, bytes.data(), static_cast<unsigned>(bytes.size()));
+    if (!Check(write.Step(), "cannot write to the store"))
+      return false;
+    if (sqlite3_changes(m_pDb) > 0)
+      return true;
+  }
+  return true;
 }
 
 bool GSqliteDevice::ReadData(std::string const& table, long long id, std::string& bytes) {

@@ -56,6 +56,8 @@ IBaseProject* CStoreLoad::Run(long long projectId) {
 
 bool CStoreLoad::ReadRows() {
   bool const eager = m_facade.m_bEagerLoad;
+  if (m_facade.m_progress)
+    m_nTotal = static_cast<std::size_t>(std::max(m_device.RowCount(), 0LL));
   bool const read = m_device.ReadRows(eager, [this](SEntityRow const& row) { return AddRow(row); });
   if (!m_error.empty())
     return false;
@@ -83,7 +85,7 @@ bool CStoreLoad::AddRow(SEntityRow const& row) {
       return Fail("the data of entity " + std::to_string(row.id) + " cannot be read: " + error);
   }
   if (m_rows.size() % kProgressEvery == 0)
-    m_facade.Report("load", m_rows.size(), 0);
+    m_facade.Report("load", m_rows.size(), m_nTotal);
   return true;
 }
 

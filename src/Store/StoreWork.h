@@ -97,6 +97,7 @@ private:
   std::vector<std::size_t> m_children;
   std::vector<std::size_t> m_breadthFirst;
   std::size_t m_nRoot = 0;
+  std::size_t m_nTotal = 0;
   std::string m_error;
 };
 

@@ -63,6 +63,8 @@ public:
   /// Hands every row to `sink` in increasing id order, with the impl data
   /// when `withData` is true; false on a read error or when the sink stops.
   virtual bool ReadRows(bool withData, RowSink const& sink) = 0;
+  /// The number of entity rows; -1 on a read error.
+  virtual long long RowCount() = 0;
   /// Reads the impl data of the row `id` into `bytes`; false when there is
   /// no such row.
   virtual bool ReadEntityData(long long id, std::string& bytes) = 0;

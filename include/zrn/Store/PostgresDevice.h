@@ -92,6 +92,7 @@ public:
   bool WriteOrder(long long id, long long order) override;
   bool DeleteRow(long long id) override;
   bool ReadRows(bool withData, RowSink const& sink) override;
+  long long RowCount() override;
   bool ReadEntityData(long long id, std::string& bytes) override;
   /// Keeps the larger id counter when another process stored one meanwhile.
   bool WriteProjectState(long long id, char const* data, unsigned size) override;

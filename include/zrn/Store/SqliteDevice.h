@@ -72,6 +72,7 @@ public:
   bool WriteOrder(long long id, long long order) override;
   bool DeleteRow(long long id) override;
   bool ReadRows(bool withData, RowSink const& sink) override;
+  long long RowCount() override;
   bool ReadEntityData(long long id, std::string& bytes) override;
   bool WriteProjectState(long long id, char const* data, unsigned size) override;
   bool ReadProjectState(long long id, std::string& bytes) override;
