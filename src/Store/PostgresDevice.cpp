@@ -212,7 +212,8 @@ bool GPostgresDevice::CommitTransaction() {
   if (!m_bInTransaction || !m_pConn)
     return Fail("there is no transaction to commit");
   if (!Flush()) {
-    RollbackTransaction();
+    if (m_bInTransaction) // a lost connection has ended it already
+      RollbackTransaction();
     return false;
   }
   CPgResult result(PQexec(m_pConn, "COMMIT"));

@@ -169,7 +169,7 @@ bool GPostgresDevice::WriteData(std::string const& table, long long id, std::str
       ok = Send("zrn_data", params, id, Pipeline::kChecked) && (Remember(id, m_nTxRev), Flush());
     }
     if (own)
-      return ok ? CommitTransaction() : (RollbackTransaction(), false);
+      return ok ? CommitTransaction() : (m_bInTransaction && RollbackTransaction(), false);
     return ok;
   }
   std::string quotedTable;
