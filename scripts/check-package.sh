@@ -60,7 +60,7 @@ LD_LIBRARY_PATH="$prefix/lib" "$scratch/host-pc" >/dev/null
 # The sample host, built on its own against the installed package.
 cmake -S "$root/examples" -B "$scratch/sample" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$scratch/sample" -j"$(nproc)" >/dev/null
-(cd "$scratch" && LD_LIBRARY_PATH="$prefix/lib" "$scratch/sample/sample_host" "$scratch/host.log" >/dev/null)
+LD_LIBRARY_PATH="$prefix/lib" "$scratch/sample/sample_host" --out "$scratch/sample-out" >/dev/null
 # A project that adds zrn as a subproject keeps its own build type and gets
 # no install rules of zrn's.
 mkdir -p "$scratch/parent"

@@ -1,158 +1,90 @@
-// A small host of the zrn library. It configures the logger and writes at
-// several levels to a log file and to standard output, reports errors through
-// the per-thread error code, stores a small model in an archive file and
-// reads it back, converts values and text, and bundles its output files into
-// one zip archive. Each phase is timed and profiled; the profiler's result
-// table and a short table of the process's memory end the run.
+// The sample host: a small parametric model-based host on zrn and its
+// project store. It builds a steel frame whose values depend on each other
+// through regeneration, stores it in SQLite, reloads it, changes a parameter,
+// regenerates, saves only what changed, reloads again and checks the values.
+// It prints each step in plain words with its time, the orders of the last
+// regeneration, the profiler's table and a short memory table, draws the
+// model's dependency graph, and bundles every output into one zip.
 //
-// Usage: sample_host [log-file]   (default: sample_host.log; the model is
-// stored beside it with the extension .model, the bundle with .zip)
-#include <zrn/zrn.h>
+// Exit codes: 0 done, 1 a step failed, 2 bad arguments.
+#include "CommandLine.h"
+#include "SampleRun.h"
+#include "Store.h"
 
-#include "Demos.h"
+#include <zrn/IO/MemZip.h>
+#include <zrn/Profile/GLog/LogManager.h>
+#include <zrn/Profile/GLog/Singleton.h>
+#include <zrn/Profile/Profiler.h>
+#include <zrn/System/CoreSystem.h>
+#include <zrn/System/Stopwatch.h>
 
-#include <algorithm>
+#include <cstdio>
+#include <fstream>
 #include <iostream>
-#include <string>
-#include <typeinfo>
+#include <locale>
+#include <sstream>
 #include <vector>
 
 namespace {
 
-// A host model class: a named part with points, archived as an object of
-// version 1 with one block per field.
-class CPart : public zrn::IBase {
-public:
-  std::wstring name;
-  std::vector<double> points;
+namespace fs = std::filesystem;
 
-  bool Serialize(zrn::GDbArchive& ar) override {
-    zrn::GTaggedObject object(ar, typeid(*this));
-    if (!ar.IsLoading())
-      return object.Write(1, [&] {
-        object.Block(kNameBlock, [&] { ar << name; });
-        object.Block(kPointsBlock, [&] { WritePoints(ar); });
-      });
-    return object.Read(1, [&](unsigned char tag) { // other tags: newer data, skipped
-      if (tag == kNameBlock)
-        ar >> name;
-      else if (tag == kPointsBlock)
-        ReadPoints(ar);
-      return tag == kNameBlock || tag == kPointsBlock;
-    });
-  }
+int Refuse(std::string const& message) {
+  std::fprintf(stderr, "sample_host: %s\nTry sample_host --help.\n", message.c_str());
+  return 2;
+}
 
-private:
-  enum : unsigned char { kNameBlock = 1, kPointsBlock = 2 };
+int Fail(std::string const& message) {
+  std::fprintf(stderr, "sample_host: %s\n", message.c_str());
+  return 1;
+}
 
-  void WritePoints(zrn::GDbArchive& ar) const {
-    ar << static_cast<int>(points.size());
-    for (double point : points)
-      ar << point;
-  }
+// The build folder: the executable lives in its examples/ folder.
+fs::path DefaultOut() {
+  return fs::path(zrn::GCoreSystem::GetExePath()).parent_path().parent_path() / "sample_host_out";
+}
 
-  void ReadPoints(zrn::GDbArchive& ar) {
-    int count = 0;
-    ar >> count;
-    points.assign(static_cast<std::size_t>(std::max(count, 0)), 0.0);
-    for (double& point : points)
-      ar >> point;
-  }
-};
-
-void ConfigureLog(zrn::CLogManager& log, std::wstring const& path) {
+void OpenLog(fs::path const& path) {
+  auto& log = zrn::CSingleton<zrn::CLogManager>::GetInstance();
   log.SetDebuggerOutput(false);
   log.SetTimeStamp(true);
-  log.ShowLineNumber(true);
-  log.AppendOuputStream(&std::wcout);
-  if (!log.SetOutputFilePath(path))
-    std::wcout << L"could not open the log file " << path << L'\n';
+  if (!log.SetOutputFilePath(path.wstring()))
+    std::wcout << L"could not open the log file " << path.wstring() << L'\n';
 }
 
-void LogAtEveryLevel(zrn::CLogManager& log) {
-  log.Log(L"sample host started", zrn::LOG_LEVEL_NORMAL);
-  log.Log(std::string("narrow text is widened byte by byte"), zrn::LOG_LEVEL_NORMAL);
-  log.Log(L"trivial details are shown at the default level", zrn::LOG_LEVEL_TRIVIAL);
-  log.Log(L"debug lines are dropped at the default level", zrn::LOG_LEVEL_DEBUG);
+void CloseLog() { zrn::CSingleton<zrn::CLogManager>::GetInstance().SetOutputFilePath(L""); }
 
-  log.PushLogLevel(zrn::LOG_LEVEL_DEBUG);
-  log.Log(L"inside a verbose stretch, debug lines are written", zrn::LOG_LEVEL_DEBUG);
-  log.PopLogLevel();
-
-  log.PushLogLevel(zrn::LOG_LEVEL_CRITICAL);
-  log.Log(L"this normal line is filtered out", zrn::LOG_LEVEL_NORMAL);
-  log.Log(L"only critical lines pass now", zrn::LOG_LEVEL_CRITICAL);
-  log.PopLogLevel();
+// Prints the profiler's table and the memory table, and keeps both in
+// `path`.
+void Report(fs::path const& path) {
+  std::wostringstream tables;
+  zrn::CSingleton<zrn::CProfileManager>::GetInstance().DumpProfile(tables);
+  zrn::GCoreSystem::DumpSimpleProcessMemory(tables);
+  std::wcout << tables.str();
+  std::wofstream(path) << tables.str();
 }
 
-void ReportAnError() {
-  zrn::ErrorCode::Report(zrn::err_bad_argument, 2);
-  std::wcout << L"error " << zrn::GetError() << L": " << zrn::GetErrorMessage() << L'\n';
-
-  zrn::SetErrorMessage(100, "could not open '%s' (%d tries)");
-  zrn::ErrorCode::Report(100, "model.dat", 3);
-  std::wcout << L"error " << zrn::GetError() << L": " << zrn_err() << L'\n';
-
-  try {
-    throw zrn::CErrorException(L"the sample host gave up", "examples\\sample_host", __LINE__);
-  } catch (zrn::CErrorException const& e) {
-    std::wcout << L"caught: " << e.GetDescription() << L'\n';
-  }
-  zrn::ErrorCode::Clear();
-}
-
-void StoreAndLoadModel(zrn::CLogManager& log, std::wstring const& path) {
-  CPart part;
-  part.name = L"bracket \u00e9";
-  part.points = {0.0, 1.5, 3.25};
-  {
-    zrn::GFileIOStream file(true, path, false);
-    zrn::GDbArchiveImpl ar(&file);
-    ar << part; // the archive's direction decides: this stores
-    ar << std::string("end of model");
-  } // the file is written in one pass as the device closes
-
-  CPart loaded;
-  std::string trailer;
-  zrn::GFileIOStream file(false, path, false);
-  zrn::GDbArchiveImpl ar(&file);
-  ar >> loaded;
-  ar >> trailer;
-  std::wcout << L"loaded part '" << loaded.name << L"' with " << loaded.points.size()
-             << L" points, last " << loaded.points.back() << L"; trailer '"
-             << std::wstring(trailer.begin(), trailer.end()) << L"'\n";
-  log.Log(L"model stored and loaded: " + path, zrn::LOG_LEVEL_NORMAL);
-}
-
-void ConvertValuesAndText() {
-  const zrn::CVariant price(1234.5678);
-  const zrn::CVariant count("42 parts");
-  std::wcout << L"variant " << price.toWString() << L" as int: " << price.toInt()
-             << L"; text '42 parts' as int: " << count.toInt() << L'\n';
-
-  const std::string gbk = zrn::GStdStringTrans::WstringToString(L"\u4e2d\u6587");
-  std::wcout << L"U+4E2D U+6587 in code page 936 take " << gbk.size() << L" bytes, back: "
-             << zrn::GStdStringTrans::StringToWString(gbk) << L'\n';
-
-  double x = 0, y = 0, z = 0;
-  if (zrn::CInputParser::explainXYZ(L"\uff11\uff0c2.5,-3", &x, &y, &z))
-    std::wcout << L"typed coordinates: " << x << L", " << y << L", " << z << L'\n';
-
-  const std::string encoded = base64_encode(reinterpret_cast<unsigned char const*>("zrn"), 3);
-  std::wcout << L"base64 of 'zrn': " << std::wstring(encoded.begin(), encoded.end()) << L'\n';
-}
-
-// Runs one phase of the sample as a profiled section and prints how long it
-// took.
-template <class Phase> void RunPhase(wchar_t const* name, Phase phase) {
+// Bundles the outputs that exist into one zip and lists what it holds.
+bool Bundle(SOptions const& options, fs::path const& zipPath) {
   zrn::CStopwatch watch;
   watch.Start();
-  {
-    zrn::CProfile section(name);
-    phase();
-  }
+  std::vector<std::pair<std::string, fs::path>> const files = {
+      {options.db.filename().string(), options.db},
+      {"sample_host.log", options.out / "sample_host.log"},
+      {"report.txt", options.out / "report.txt"},
+      {"model.dot", options.out / "model.dot"},
+      {"model.svg", options.out / "model.svg"}};
+  zrn::CMemZip zip;
+  std::wstring listing;
+  for (auto const& [entry, path] : files)
+    if (fs::exists(path) && zip.AddFile(entry.c_str(), path.c_str()))
+      listing += L' ' + fs::path(entry).wstring();
+  if (!zip.FlushToFile(zipPath.c_str()))
+    return false;
   watch.Stop();
-  std::wcout << L"[" << name << L": " << watch.GetElapsedMilliseconds() << L" ms]\n";
+  std::wcout << L"Bundled into " << zipPath.wstring() << L" (" << fs::file_size(zipPath)
+             << L" bytes, " << watch.GetElapsedMilliseconds() << L" ms):" << listing << L'\n';
+  return true;
 }
 
 } // namespace
@@ -160,26 +92,38 @@ template <class Phase> void RunPhase(wchar_t const* name, Phase phase) {
 int main(int argc, char** argv) {
   std::locale::global(std::locale("C.UTF-8"));
   std::wcout.imbue(std::locale());
-  const std::string path = argc > 1 ? argv[1] : "sample_host.log";
-  const std::wstring widePath(path.begin(), path.end());
-  auto& log = zrn::CSingleton<zrn::CLogManager>::GetInstance();
-  ConfigureLog(log, widePath);
-  {
-    zrn::CProfile run(L"sample host"); // the phases below are its sections
-    RunPhase(L"logging", [&] { LogAtEveryLevel(log); });
-    RunPhase(L"error reporting", ReportAnError);
-    RunPhase(L"model archive", [&] { StoreAndLoadModel(log, widePath + L".model"); });
-    RunPhase(L"conversions", ConvertValuesAndText);
-    RunPhase(L"regeneration", RegenerateParametricModel);
-    RunPhase(L"project properties", [&] { ArchiveProjectProperties(widePath + L".properties"); });
+  SOptions options;
+  std::string error;
+  if (!ParseCommandLine(argc, argv, DefaultOut(), options, error))
+    return Refuse(error);
+  if (options.help) {
+    std::string const usage = Usage();
+    std::wcout << std::wstring(usage.begin(), usage.end());
+    return 0;
   }
-  log.Log(L"sample host finished", zrn::LOG_LEVEL_NORMAL);
-  zrn::CSingleton<zrn::CProfileManager>::GetInstance().DumpProfile(std::wcout);
-  zrn::GCoreSystem::DumpSimpleProcessMemory(std::wcout);
+  std::error_code status;
+  fs::create_directories(options.out, status);
+  if (status)
+    return Refuse("cannot create the output folder " + options.out.string() + ": " +
+                  status.message());
+  if (!ClearStore(options.db, error))
+    return Refuse(error);
 
-  log.RemoveOuputStream(&std::wcout);
-  log.SetOutputFilePath(L"");
-  std::wcout << L"log file written to " << widePath << L'\n';
-  BundleOutputs(path + ".zip", {{"sample_host.log", path}, {"model.archive", path + ".model"}});
+  OpenLog(options.out / "sample_host.log");
+  bool ok = false;
+  {
+    CSampleRun run(options);
+    ok = run.Run();
+    error = run.Error();
+  }
+  Report(options.out / "report.txt");
+  CloseLog();
+  if (!ok)
+    return Fail(error);
+  std::wcout << L"Closed the store: " << (StoreSize(options.db).file + 1023) / 1024
+             << L" KB in " << options.db.wstring() << L'\n';
+  if (!Bundle(options, options.out / "sample_host.zip"))
+    return Fail("could not write " + (options.out / "sample_host.zip").string());
+  std::wcout << L"Done: every output is in " << options.out.wstring() << L'\n';
   return 0;
 }

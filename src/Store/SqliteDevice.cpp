@@ -294,14 +294,19 @@ bool GSqliteDevice::ReadEntityData(long long id, std::string& bytes) {
           ReadOneBlob(m_statements->readOriginData, id, bytes));
 }
 
-bool GSqliteDevice::WriteProjectState(long long id, char const* data, unsigned size) {
-  if (!m_statements)
-    return SetError("the store is not open");
-  CSqliteStatement& statement = m_statements->writeProject;
+bool GSqliteDevice::WriteKeyedBlob(CSqliteStatement& statement, long long id, char const* data,
+                                   unsigned size, char const* what) {
   CStatementUse use(statement);
   statement.Bind(1, id);
   statement.BindBlob(2, data, size);
-  return Check(statement.Step(), "cannot write the project's state");
+  return Check(statement.Step(), what);
+}
+
+bool GSqliteDevice::WriteProjectState(long long id, char const* data, unsigned size) {
+  if (!m_statements)
+    return SetError("the store is not open");
+  return WriteKeyedBlob(m_statements->writeProject, id, data, size,
+                        "cannot write the project's state");
 }
 
 bool GSqliteDevice::ReadProjectState(long long id, std::string& bytes) {
@@ -311,11 +316,7 @@ bool GSqliteDevice::ReadProjectState(long long id, std::string& bytes) {
 bool GSqliteDevice::WriteSwapData(long long id, char const* data, unsigned size) {
   if (!m_statements)
     return SetError("the store is not open");
-  CSqliteStatement& statement = m_statements->writeSwap;
-  CStatementUse use(statement);
-  statement.Bind(1, id);
-  statement.BindBlob(2, data, size);
-  return Check(statement.Step(), "cannot keep swapped-out data");
+  return WriteKeyedBlob(m_statements->writeSwap, id, data, size, "cannot keep swapped-out data");
 }
 
 bool GSqliteDevice::ReadSwapData(long long id, std::string& bytes) {

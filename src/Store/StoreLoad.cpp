@@ -109,7 +109,11 @@ bool CStoreLoad::Link(long long projectId) {
   for (std::size_t i = 0; i < m_rows.size(); ++i) {
     if (i == m_nRoot)
       continue;
-    std::size_t parent = Find(m_rows[i].parentId);
+    // Siblings mostly come one after another: reuse the previous row's
+    // parent before searching.
+    bool const sameParent = i > 0 && parentOf[i - 1] != kNone &&
+                            m_rows[i - 1].parentId == m_rows[i].parentId;
+    std::size_t parent = sameParent ? parentOf[i - 1] : Find(m_rows[i].parentId);
     if (parent == kNone || parent == i)
       return Fail("the parent " + std::to_string(m_rows[i].parentId) + " of entity " +
                   std::to_string(m_rows[i].id) + " is not in the store");

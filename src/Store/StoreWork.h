@@ -29,8 +29,16 @@ public:
   std::size_t RowCount() const { return m_nRows; }
 
 private:
+  // An entity waiting to be written, with what its parent decided for it.
+  struct SPending {
+    IBaseEntity* entity;
+    long long parentId;
+    long long order;
+    bool rewriteOrder;
+  };
+
   bool WriteTree(IBaseProject& project);
-  bool WriteChildren(IBaseEntity& parent);
+  void PushChildren(IBaseEntity& parent);
   bool WriteEntity(IBaseEntity& entity, long long parentId, long long order, bool rewriteOrder);
   bool WriteFull(IBaseEntity& entity, long long parentId, long long order);
   bool Archive(IBaseEntity& entity, char const*& data, unsigned& size);
@@ -45,7 +53,7 @@ private:
   GEntityStoreDevice& m_device;
   detail::CBlobWriter m_writer;
   std::string m_swapBytes;
-  std::vector<IBaseEntity*> m_stack;
+  std::vector<SPending> m_stack;
   std::vector<IBaseEntity*> m_written;
   std::vector<long long> m_becameOrdered;
   std::vector<long long> m_becameNatural;

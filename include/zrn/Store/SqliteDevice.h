@@ -12,6 +12,9 @@
 struct sqlite3;
 
 namespace zrn {
+namespace detail {
+class CSqliteStatement;
+}
 
 /// A project store in one SQLite file.
 ///
@@ -99,6 +102,8 @@ private:
   bool Check(int code, char const* what);
   bool ValidName(std::string const& table, std::vector<std::string> const& columns);
   bool OpenFile(std::string const& utf8);
+  bool WriteKeyedBlob(detail::CSqliteStatement& statement, long long id, char const* data,
+                      unsigned size, char const* what);
   std::vector<std::pair<long long, std::string>> TakeSwaps();
   bool KeepAtHand(std::string const& previous,
                   std::vector<std::pair<long long, std::string>> const& swaps);

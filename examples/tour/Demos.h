@@ -1,6 +1,6 @@
-// The parts of the sample host that build models on the library.
-#ifndef ZRN_EXAMPLES_SAMPLE_HOST_DEMOS_H
-#define ZRN_EXAMPLES_SAMPLE_HOST_DEMOS_H
+// The parts of the tour that build models on the library.
+#ifndef ZRN_EXAMPLES_TOUR_DEMOS_H
+#define ZRN_EXAMPLES_TOUR_DEMOS_H
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-// Bundles the sample host's output files into one zip archive built in
+// Bundles the tour's output files into one zip archive built in
 // memory, then reads the archive back to show what it holds.
 #include "Demos.h"
 
