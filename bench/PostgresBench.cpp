@@ -248,6 +248,16 @@ struct SBareRow {
   }
 };
 
+// Ends a batch of pipelined statements and reads their answers.
+void SyncPipeline(PGconn* conn) {
+  PQpipelineSync(conn);
+  for (bool synced = false; !synced;)
+    if (PGresult* result = PQgetResult(conn)) {
+      synced = PQresultStatus(result) == PGRES_PIPELINE_SYNC;
+      PQclear(result);
+    }
+}
+
 void BareInsert(PGconn* conn, bool pipelined, benchmark::State& state) {
   PQclear(PQexec(conn, "BEGIN"));
   SBareRow row;
@@ -264,13 +274,7 @@ void BareInsert(PGconn* conn, bool pipelined, benchmark::State& state) {
     }
     PQsendQueryPrepared(conn, "ins", 7, row.values, row.lengths, row.formats, 1);
     if (++pending == 1024) {
-      PQpipelineSync(conn);
-      for (PGresult* result; pending >= 0;)
-        if ((result = PQgetResult(conn))) {
-          if (PQresultStatus(result) == PGRES_PIPELINE_SYNC)
-            pending = -1;
-          PQclear(result);
-        }
+      SyncPipeline(conn);
       pending = 0;
     }
   };
@@ -284,13 +288,7 @@ void BareInsert(PGconn* conn, bool pipelined, benchmark::State& state) {
       send(group);
   }
   if (pipelined) {
-    PQpipelineSync(conn);
-    for (PGresult* result; pending >= 0;)
-      if ((result = PQgetResult(conn))) {
-        if (PQresultStatus(result) == PGRES_PIPELINE_SYNC)
-          pending = -1;
-        PQclear(result);
-      }
+    SyncPipeline(conn);
     PQexitPipelineMode(conn);
   }
   PQclear(PQexec(conn, "COMMIT"));

@@ -19,8 +19,8 @@ TEST(PostgresChild, DISABLED_Act) {
   char const* action = std::getenv("ZRN_PG_CHILD_ACTION");
   ASSERT_TRUE(url && action);
   GStoreFacade facade;
-  facade.Types().Register<CPartEntity>(100);
-  facade.Types().Register<CPartProject>(101);
+  facade.Types().Register<CNoteEntity>(kNoteType);
+  facade.Types().Register<CNoteProject>(kNoteProjectType);
   SetIOFacade(&facade);
   auto* device = new GPostgresDevice;
   std::unique_ptr<IBaseProject> project(IBaseProject::LoadProject(0, Wide(url), device));
@@ -32,11 +32,11 @@ TEST(PostgresChild, DISABLED_Act) {
   IBaseEntity* entity = FindEntity(project.get(), id);
   ASSERT_TRUE(entity);
   if (!std::strcmp(verb, "change"))
-    ChangePart(entity, text);
+    ChangeNote(entity, text, 0);
   else if (!std::strcmp(verb, "delete"))
     entity->GetParent()->DeleteChild(entity);
   else
-    AddPart(entity, text);
+    AddNote(entity, text);
   project->SaveProject(Wide(url));
   EXPECT_TRUE(facade.LastSaveSucceeded()) << device->LastError();
   project.reset();
@@ -57,7 +57,7 @@ protected:
 };
 
 TEST_F(PostgresConcurrency, OverwritingAnotherProcessesSaveFailsWholeAndRetryWorks) {
-  std::unique_ptr<CPartProject> saved(SavedProject());
+  std::unique_ptr<CNoteProject> saved(SavedProject());
   auto mine = Load();
   ASSERT_TRUE(mine);
   IBaseEntity* a = mine->GetAllChild()[0];
@@ -65,8 +65,8 @@ TEST_F(PostgresConcurrency, OverwritingAnotherProcessesSaveFailsWholeAndRetryWor
   IBaseEntity* a2 = a->GetAllChild()[1];
   ASSERT_EQ(RunChild("change:" + std::to_string(a1->GetObjectID()) + ":theirs"), 0);
 
-  ChangePart(a1, "mine");
-  ChangePart(a2, "mine too");
+  ChangeNote(a1, "mine", 0);
+  ChangeNote(a2, "mine too", 0);
   ExpectConflict(mine.get(),
                  "entity " + std::to_string(a1->GetObjectID()) +
                      " was changed by another process since it was loaded: reload and retry");
@@ -77,8 +77,8 @@ TEST_F(PostgresConcurrency, OverwritingAnotherProcessesSaveFailsWholeAndRetryWor
   {
     auto store = Load();
     ASSERT_TRUE(store);
-    EXPECT_EQ(PartOf(FindEntity(store.get(), a1->GetObjectID()))->text, "theirs");
-    EXPECT_EQ(PartOf(FindEntity(store.get(), a2->GetObjectID()))->text, "a2");
+    EXPECT_EQ(NoteOf(FindEntity(store.get(), a1->GetObjectID()))->text, "theirs");
+    EXPECT_EQ(NoteOf(FindEntity(store.get(), a2->GetObjectID()))->text, "a2");
   }
   // Trying again changes nothing; giving up the conflicting change lets the
   // rest through, so the failed save left no revision behind.
@@ -90,28 +90,28 @@ TEST_F(PostgresConcurrency, OverwritingAnotherProcessesSaveFailsWholeAndRetryWor
   // The host's way out: reload, change again, save.
   auto reloaded = Load();
   ASSERT_TRUE(reloaded);
-  ChangePart(FindEntity(reloaded.get(), a1->GetObjectID()), "mine after all");
+  ChangeNote(FindEntity(reloaded.get(), a1->GetObjectID()), "mine after all", 0);
   reloaded->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(reloaded.get())->LastError();
   auto store = Load();
   ASSERT_TRUE(store);
-  EXPECT_EQ(PartOf(FindEntity(store.get(), a1->GetObjectID()))->text, "mine after all");
-  EXPECT_EQ(PartOf(FindEntity(store.get(), a2->GetObjectID()))->text, "mine too");
+  EXPECT_EQ(NoteOf(FindEntity(store.get(), a1->GetObjectID()))->text, "mine after all");
+  EXPECT_EQ(NoteOf(FindEntity(store.get(), a2->GetObjectID()))->text, "mine too");
 }
 
 TEST_F(PostgresConcurrency, DisjointChangesOfTwoProcessesBothLand) {
-  std::unique_ptr<CPartProject> saved(SavedProject());
+  std::unique_ptr<CNoteProject> saved(SavedProject());
   auto mine = Load();
   ASSERT_TRUE(mine);
   IBaseEntity* a1 = mine->GetAllChild()[0]->GetAllChild()[0];
   IBaseEntity* b = mine->GetAllChild()[1];
   ASSERT_EQ(RunChild("add:" + std::to_string(a1->GetObjectID()) + ":added"), 0);
-  ChangePart(b, "b changed");
+  ChangeNote(b, "b changed", 0);
   mine->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(mine.get())->LastError();
   auto store = Load();
   ASSERT_TRUE(store);
-  EXPECT_EQ(PartOf(FindEntity(store.get(), b->GetObjectID()))->text, "b changed");
+  EXPECT_EQ(NoteOf(FindEntity(store.get(), b->GetObjectID()))->text, "b changed");
   ASSERT_EQ(FindEntity(store.get(), a1->GetObjectID())->GetAllChild().size(), 1u);
   // The other process's id counter was kept, though this save wrote a
   // smaller one.
@@ -120,14 +120,14 @@ TEST_F(PostgresConcurrency, DisjointChangesOfTwoProcessesBothLand) {
 }
 
 TEST_F(PostgresConcurrency, DeletionsAndUpdatesNeverResurrectOrLoseRows) {
-  std::unique_ptr<CPartProject> saved(SavedProject());
+  std::unique_ptr<CNoteProject> saved(SavedProject());
   long long const a1 = saved->GetAllChild()[0]->GetAllChild()[0]->GetObjectID();
   long long const a2 = saved->GetAllChild()[0]->GetAllChild()[1]->GetObjectID();
   auto mine = Load();
   ASSERT_TRUE(mine);
   // Deleted there, changed here: no re-insert.
   ASSERT_EQ(RunChild("delete:" + std::to_string(a1)), 0);
-  ChangePart(FindEntity(mine.get(), a1), "changed here");
+  ChangeNote(FindEntity(mine.get(), a1), "changed here", 0);
   ExpectConflict(mine.get(), "entity " + std::to_string(a1) + " was changed by another process");
   // Changed there, deleted here: the change stays.
   mine = Load();
@@ -138,17 +138,17 @@ TEST_F(PostgresConcurrency, DeletionsAndUpdatesNeverResurrectOrLoseRows) {
   auto store = Load();
   ASSERT_TRUE(store);
   EXPECT_FALSE(FindEntity(store.get(), a1));
-  EXPECT_EQ(PartOf(FindEntity(store.get(), a2))->text, "changed-there");
+  EXPECT_EQ(NoteOf(FindEntity(store.get(), a2))->text, "changed-there");
 }
 
 TEST_F(PostgresConcurrency, ChildrenOfADeletedParentAreAConflict) {
-  std::unique_ptr<CPartProject> saved(SavedProject());
+  std::unique_ptr<CNoteProject> saved(SavedProject());
   long long const a = saved->GetAllChild()[0]->GetObjectID();
   long long const b = saved->GetAllChild()[1]->GetObjectID();
   auto mine = Load();
   ASSERT_TRUE(mine);
   ASSERT_EQ(RunChild("delete:" + std::to_string(a)), 0);
-  AddPart(FindEntity(mine.get(), a), "orphan");
+  AddNote(FindEntity(mine.get(), a), "orphan");
   ExpectConflict(mine.get(), "reload and retry");
   mine = Load();
   ASSERT_TRUE(mine);
@@ -158,30 +158,30 @@ TEST_F(PostgresConcurrency, ChildrenOfADeletedParentAreAConflict) {
   // The store still forms one tree: b and its new child, no orphan.
   auto store = Load();
   ASSERT_TRUE(store);
-  EXPECT_EQ(Describe(store.get()).size(), 3u);
+  EXPECT_EQ(Outline(store.get()).size(), 3u);
   EXPECT_EQ(FindEntity(store.get(), b)->GetAllChild().size(), 1u);
 }
 
 TEST_F(PostgresConcurrency, TheSameNewIdFromTwoProcessesIsAConflict) {
-  std::unique_ptr<CPartProject> saved(SavedProject());
+  std::unique_ptr<CNoteProject> saved(SavedProject());
   auto mine = Load();
   ASSERT_TRUE(mine);
   ASSERT_EQ(RunChild("add:" + std::to_string(mine->GetObjectID()) + ":theirs"), 0);
-  IBaseEntity* added = AddPart(mine.get(), "mine");
+  IBaseEntity* added = AddNote(mine.get(), "mine");
   ExpectConflict(mine.get(), "entity " + std::to_string(added->GetObjectID()) +
                                  " was also added by another process");
 }
 
 TEST_F(PostgresConcurrency, ConnectionLostInTheMiddleOfASaveKeepsThePreviousState) {
-  auto* project = new CPartProject;
-  std::unique_ptr<CPartProject> owner(project);
+  auto* project = new CNoteProject;
+  std::unique_ptr<CNoteProject> owner(project);
   project->SetProjectDBDevice(new GPostgresDevice);
   for (int i = 0; i < 20000; ++i)
-    AddPart(project, "old");
+    AddNote(project, "old");
   project->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project)->LastError();
   for (IBaseEntity* child : project->GetAllChild())
-    ChangePart(child, "new");
+    ChangeNote(child, "new", 0);
 
   int const backend = PQbackendPID(Device(project)->Handle());
   facade.SetProgress([&](char const*, std::size_t, std::size_t) {
@@ -198,15 +198,15 @@ TEST_F(PostgresConcurrency, ConnectionLostInTheMiddleOfASaveKeepsThePreviousStat
   {
     auto store = Load();
     ASSERT_TRUE(store);
-    EXPECT_EQ(PartOf(store->GetAllChild().front())->text, "old");
-    EXPECT_EQ(PartOf(store->GetAllChild().back())->text, "old");
+    EXPECT_EQ(NoteOf(store->GetAllChild().front())->text, "old");
+    EXPECT_EQ(NoteOf(store->GetAllChild().back())->text, "old");
   }
   // The next save opens the same store again: the device reconnects.
   project->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project)->LastError();
   auto store = Load();
   ASSERT_TRUE(store);
-  EXPECT_EQ(PartOf(store->GetAllChild().back())->text, "new");
+  EXPECT_EQ(NoteOf(store->GetAllChild().back())->text, "new");
 }
 
 } // namespace
@@ -254,15 +254,15 @@ TEST_F(PostgresConcurrency, ServerStoppedInTheMiddleOfASaveThenStartedAgain) {
   CPrivateServer server;
   ASSERT_FALSE(server.Url().empty()) << "cannot start a server of the test's own";
   std::wstring const url = Wide(server.Url());
-  auto* project = new CPartProject;
-  std::unique_ptr<CPartProject> owner(project);
+  auto* project = new CNoteProject;
+  std::unique_ptr<CNoteProject> owner(project);
   project->SetProjectDBDevice(new GPostgresDevice);
   for (int i = 0; i < 20000; ++i)
-    AddPart(project, "old");
+    AddNote(project, "old");
   project->SaveProject(url);
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project)->LastError();
   for (IBaseEntity* child : project->GetAllChild())
-    ChangePart(child, "new");
+    ChangeNote(child, "new", 0);
 
   facade.SetProgress(
       [&](char const*, std::size_t, std::size_t) { EXPECT_TRUE(server.Run("halt")); });
@@ -284,7 +284,7 @@ TEST_F(PostgresConcurrency, ServerStoppedInTheMiddleOfASaveThenStartedAgain) {
     std::unique_ptr<IBaseProject> store(IBaseProject::LoadProject(0, url, device));
     ASSERT_TRUE(store) << device->LastError();
     EXPECT_EQ(store->GetAllChild().size(), 20000u);
-    EXPECT_EQ(PartOf(store->GetAllChild().back())->text, "old");
+    EXPECT_EQ(NoteOf(store->GetAllChild().back())->text, "old");
   }
   project->SaveProject(url);
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project)->LastError();
@@ -292,7 +292,7 @@ TEST_F(PostgresConcurrency, ServerStoppedInTheMiddleOfASaveThenStartedAgain) {
   auto* device = new GPostgresDevice;
   std::unique_ptr<IBaseProject> store(IBaseProject::LoadProject(0, url, device));
   ASSERT_TRUE(store) << device->LastError();
-  EXPECT_EQ(PartOf(store->GetAllChild().back())->text, "new");
+  EXPECT_EQ(NoteOf(store->GetAllChild().back())->text, "new");
 }
 
 } // namespace

@@ -12,16 +12,16 @@ namespace {
 using PostgresRoundTrip = PostgresStore;
 
 TEST_F(PostgresRoundTrip, TreeComesBackLazilyAndEagerly) {
-  std::unique_ptr<CPartProject> saved(SavedProject());
-  PartOf(saved.get())->text = "root";
+  std::unique_ptr<CNoteProject> saved(SavedProject());
+  NoteOf(saved.get())->text = "root";
   saved->SetObjectFlag(true, EGOBJECT_FLAG_MODIFIED);
   std::string big(100000, ' '); // every byte value but 0, which ends a text
   for (std::size_t i = 0; i < big.size(); ++i)
     big[i] = static_cast<char>(i % 255 + 1);
-  AddPart(saved.get(), "big", -5);
+  AddNote(saved.get(), "big", -5);
   saved->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(saved.get())->LastError();
-  ChangePart(saved->GetAllChild().back(), big);
+  ChangeNote(saved->GetAllChild().back(), big, -5);
   saved->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(saved.get())->LastError();
 
@@ -32,54 +32,54 @@ TEST_F(PostgresRoundTrip, TreeComesBackLazilyAndEagerly) {
     ASSERT_TRUE(loaded);
     IBaseEntity* last = loaded->GetAllChild().back();
     EXPECT_EQ(last->HasObjectFlag(EGOBJECT_FLAG_SWAPPED), !eager);
-    std::vector<std::string> expected = Describe(saved.get());
-    std::vector<std::string> got = Describe(loaded.get());
+    std::vector<std::string> expected = Outline(saved.get());
+    std::vector<std::string> got = Outline(loaded.get());
     EXPECT_EQ(std::vector(got.begin(), got.end() - 1),
               std::vector(expected.begin(), expected.end() - 1));
-    EXPECT_TRUE(PartOf(last)->text == big);
-    EXPECT_EQ(PartOf(last)->number, -5);
+    EXPECT_TRUE(NoteOf(last)->text == big);
+    EXPECT_EQ(NoteOf(last)->number, -5);
     // New entities after a reload never take an id the store holds.
     EXPECT_GT(loaded->GetUniqueID(), last->GetObjectID());
   }
 }
 
 TEST_F(PostgresRoundTrip, IncrementalSaveWritesChangesAndDeletions) {
-  std::unique_ptr<CPartProject> project(SavedProject());
+  std::unique_ptr<CNoteProject> project(SavedProject());
   IBaseEntity* a = project->GetAllChild()[0];
-  ChangePart(a->GetAllChild()[1], "a2 changed");
+  ChangeNote(a->GetAllChild()[1], "a2 changed", 0);
   project->DeleteChild(project->GetAllChild()[1]); // b
-  AddPart(a, "a3");
+  AddNote(a, "a3");
   project->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project.get())->LastError();
   EXPECT_EQ(facade.LastSaveRowCount(), 3u);
   auto loaded = Load();
   ASSERT_TRUE(loaded);
-  EXPECT_EQ(Describe(loaded.get()), Describe(project.get()));
+  EXPECT_EQ(Outline(loaded.get()), Outline(project.get()));
 
   // A loaded tree saves its own changes too, and an unchanged one writes none.
   loaded->SaveProject(Url());
   EXPECT_EQ(facade.LastSaveRowCount(), 0u);
-  ChangePart(loaded->GetAllChild()[0], "a again");
+  ChangeNote(loaded->GetAllChild()[0], "a again", 0);
   loaded->DeleteChild(loaded->GetAllChild()[0]->GetAllChild()[0]);
   loaded->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(loaded.get())->LastError();
   auto again = Load();
   ASSERT_TRUE(again);
-  EXPECT_EQ(Describe(again.get()), Describe(loaded.get()));
+  EXPECT_EQ(Outline(again.get()), Outline(loaded.get()));
 }
 
 TEST_F(PostgresRoundTrip, SiblingOrderAndSwappedOutDataSurvive) {
-  std::unique_ptr<CPartProject> project(SavedProject());
+  std::unique_ptr<CNoteProject> project(SavedProject());
   IBaseEntity* a = project->GetAllChild()[0];
-  AddPart(a, "x")->SetObjectID(60);
-  AddPart(a, "y"); // children 3, 4, 60, 6: an explicit order
-  IBaseEntity* swapped = AddPart(project.get(), "kept while swapped");
+  AddNote(a, "x")->SetObjectID(60);
+  AddNote(a, "y"); // children 3, 4, 60, 6: an explicit order
+  IBaseEntity* swapped = AddNote(project.get(), "kept while swapped");
   swapped->SwapDataToDisk();
   project->SaveProject(Url());
   ASSERT_TRUE(facade.LastSaveSucceeded()) << Device(project.get())->LastError();
   auto loaded = Load();
   ASSERT_TRUE(loaded);
-  EXPECT_EQ(Describe(loaded.get()), Describe(project.get()));
+  EXPECT_EQ(Outline(loaded.get()), Outline(project.get()));
 }
 
 TEST_F(PostgresRoundTrip, FactoryPicksTheDeviceByItsText) {
@@ -90,11 +90,11 @@ TEST_F(PostgresRoundTrip, FactoryPicksTheDeviceByItsText) {
   EXPECT_TRUE(dynamic_cast<GPostgresDevice*>(shortForm.get()));
   EXPECT_TRUE(dynamic_cast<GSqliteDevice*>(file.get()));
 
-  std::unique_ptr<CPartProject> saved(SavedProject());
+  std::unique_ptr<CNoteProject> saved(SavedProject());
   GEntityStoreDevice* device = CreateStoreDevice(Url());
   std::unique_ptr<IBaseProject> loaded(IBaseProject::LoadProject(0, Url(), device));
   ASSERT_TRUE(loaded) << device->LastError();
-  EXPECT_EQ(Describe(loaded.get()), Describe(saved.get()));
+  EXPECT_EQ(Outline(loaded.get()), Outline(saved.get()));
 }
 
 TEST_F(PostgresRoundTrip, ErrorsNameTheStoreWithoutItsPassword) {
@@ -136,13 +136,13 @@ TEST_F(PostgresRoundTrip, SchemaVersionsAndForeignTables) {
 }
 
 TEST_F(PostgresRoundTrip, TablesByNameForQueriesAndData) {
-  std::unique_ptr<CPartProject> project(SavedProject());
+  std::unique_ptr<CNoteProject> project(SavedProject());
   GPostgresDevice& device = *Device(project.get());
   std::vector<CVariant> values;
   device.QueryColumn("EntityTable", {"ID", "data", "Type"}, "PID", 0, values);
   ASSERT_EQ(values.size(), 3u) << device.LastError();
   EXPECT_EQ(values[0].toInt64(), project->GetObjectID());
-  EXPECT_EQ(values[2].toInt64(), 101);
+  EXPECT_EQ(values[2].toInt64(), kNoteProjectType);
   device.QueryColumn("StoreInfo", {"Value"}, "Key", 0, values);
   EXPECT_TRUE(values.empty());
 
@@ -169,10 +169,10 @@ namespace zrn::test {
 namespace {
 
 TEST_F(PostgresRoundTrip, SaveAsTakesSwappedOutDataFromThePreviousStore) {
-  std::unique_ptr<CPartProject> saved(SavedProject());
+  std::unique_ptr<CNoteProject> saved(SavedProject());
   auto loaded = Load(); // every entity swapped out
   ASSERT_TRUE(loaded);
-  ChangePart(loaded->GetAllChild()[1], "changed before the save as");
+  ChangeNote(loaded->GetAllChild()[1], "changed before the save as", 0);
   std::string const other = "zrn_t_copy" + std::to_string(std::random_device()());
   Admin("CREATE SCHEMA " + other);
   std::wstring const copyUrl = Wide(UrlWithSchema(ServerUrl(), other));
@@ -182,7 +182,7 @@ TEST_F(PostgresRoundTrip, SaveAsTakesSwappedOutDataFromThePreviousStore) {
   auto* device = new GPostgresDevice;
   std::unique_ptr<IBaseProject> copy(IBaseProject::LoadProject(0, copyUrl, device));
   ASSERT_TRUE(copy) << device->LastError();
-  EXPECT_EQ(Describe(copy.get()), Describe(loaded.get()));
+  EXPECT_EQ(Outline(copy.get()), Outline(loaded.get()));
   copy.reset();
   loaded.reset();
   Admin("DROP SCHEMA " + other + " CASCADE");

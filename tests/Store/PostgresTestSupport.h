@@ -1,14 +1,15 @@
-// Shared pieces of the server-store tests: host entity types, a fixture that
-// gives each test a schema of its own on the throwaway server, and helpers
-// that run a copy of the test program as a second process.
+// Shared pieces of the server-store tests, whose host types are the note
+// entities of the store tests: a fixture that gives each test a schema of its
+// own on the throwaway server, and a helper that runs a copy of the test
+// program as a second process.
 #ifndef ZRN_TESTS_STORE_POSTGRESTESTSUPPORT_H
 #define ZRN_TESTS_STORE_POSTGRESTESTSUPPORT_H
 
-#include <zrn/IO/TaggedObject.h>
-#include <zrn/Object/Project.h>
 #include <zrn/Store/PostgresDevice.h>
 #include <zrn/Store/StoreFacade.h>
 #include <zrn/System/CoreSystem.h>
+
+#include "Store/StoreTestSupport.h"
 
 #include <gtest/gtest.h>
 #include <libpq-fe.h>
@@ -22,78 +23,21 @@
 
 namespace zrn::test {
 
-/// Impl data of the part entities: a text and a number.
-class CPartImpl : public IBaseEntityImpl {
-public:
-  bool Serialize(GDbArchive& ar) override {
-    GTaggedObject object(ar, typeid(*this));
-    if (!ar.IsLoading())
-      return object.Write(1, [&] {
-        object.Block(1, [&] { ar << text; });
-        object.Block(2, [&] { ar << number; });
-      });
-    return object.Read(1, [&](unsigned char tag) {
-      if (tag == 1)
-        ar >> text;
-      else if (tag == 2)
-        ar >> number;
-      return tag == 1 || tag == 2;
-    });
-  }
-
-  std::string text;
-  long long number = 0;
-};
-
-class CPartEntity : public IBaseEntity {
-public:
-  IBaseEntityImpl* CreateBaseEntityImpl() override { return new CPartImpl; }
-};
-
-class CPartProject : public IBaseProject {
-public:
-  IBaseEntityImpl* CreateBaseEntityImpl() override { return new CPartImpl; }
-};
-
-/// The part data of `entity`, fetched through the facade when swapped out.
-inline CPartImpl* PartOf(IBaseEntity* entity) {
-  return dynamic_cast<CPartImpl*>(entity->GetBaseEntityImpl(true));
-}
-
-/// A new part under `parent`.
-inline IBaseEntity* AddPart(IBaseEntity* parent, std::string text, long long number = 0) {
-  auto* entity = new CPartEntity;
-  PartOf(entity)->text = std::move(text);
-  PartOf(entity)->number = number;
-  parent->AddChild(entity);
-  return entity;
-}
-
-/// Changes the part and marks it for the next save.
-inline void ChangePart(IBaseEntity* entity, std::string text) {
-  PartOf(entity)->text = std::move(text);
-  entity->SetObjectFlag(true, EGOBJECT_FLAG_MODIFIED);
-}
-
 /// The entity `id` under `root` (root included); null when none.
 inline IBaseEntity* FindEntity(IBaseEntity* root, long long id) {
-  std::vector<IBaseEntity*> all;
-  IBaseEntity::GetAllLeafChild(root, all);
-  for (IBaseEntity* entity : all)
+  for (IBaseEntity* entity : AllEntities(root))
     if (entity->GetObjectID() == id)
       return entity;
   return nullptr;
 }
 
 /// "id:parent:text" of every entity under `root`, pre-order.
-inline std::vector<std::string> Describe(IBaseEntity* root) {
-  std::vector<IBaseEntity*> all;
-  IBaseEntity::GetAllLeafChild(root, all);
+inline std::vector<std::string> Outline(IBaseEntity* root) {
   std::vector<std::string> out;
-  for (IBaseEntity* entity : all)
+  for (IBaseEntity* entity : AllEntities(root))
     out.push_back(std::to_string(entity->GetObjectID()) + ":" +
                   std::to_string(entity->GetParent() ? entity->GetParent()->GetObjectID() : 0) +
-                  ":" + (PartOf(entity) ? PartOf(entity)->text : "?"));
+                  ":" + (NoteOf(entity) ? NoteOf(entity)->text : "?"));
   return out;
 }
 
@@ -123,8 +67,8 @@ protected:
     m_schema = "zrn_t" + std::to_string(seed()) + std::to_string(seed());
     Admin("CREATE SCHEMA " + m_schema);
     m_url = UrlWithSchema(ServerUrl(), m_schema);
-    facade.Types().Register<CPartEntity>(100);
-    facade.Types().Register<CPartProject>(101);
+    facade.Types().Register<CNoteEntity>(kNoteType);
+    facade.Types().Register<CNoteProject>(kNoteProjectType);
     SetIOFacade(&facade);
   }
   void TearDown() override {
@@ -152,13 +96,13 @@ protected:
   std::string const& NarrowUrl() const { return m_url; }
 
   /// A new project with parts "a" (children "a1", "a2") and "b", saved.
-  CPartProject* SavedProject() {
-    auto* project = new CPartProject;
+  CNoteProject* SavedProject() {
+    auto* project = new CNoteProject;
     project->SetProjectDBDevice(new GPostgresDevice);
-    IBaseEntity* a = AddPart(project, "a");
-    AddPart(a, "a1");
-    AddPart(a, "a2");
-    AddPart(project, "b");
+    IBaseEntity* a = AddNote(project, "a");
+    AddNote(a, "a1");
+    AddNote(a, "a2");
+    AddNote(project, "b");
     project->SaveProject(Url());
     EXPECT_TRUE(facade.LastSaveSucceeded()) << Device(project)->LastError();
     return project;
