@@ -8,7 +8,7 @@ packages=(
   g++ cmake make pkg-config
   libboost-thread-dev libboost-date-time-dev libboost-filesystem-dev libboost-system-dev
   libboost-stacktrace-dev
-  libzip-dev libtinyxml-dev libsqlite3-dev
+  libzip-dev libtinyxml-dev libsqlite3-dev libpq-dev
   libgtest-dev libgmock-dev locales
   zip unzip python3
   "$@"

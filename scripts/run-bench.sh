@@ -13,6 +13,12 @@ cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DZRN_BUILD_BENCH=ON \
   -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)"
 [ "${1:-}" = --build-only ] && exit 0
+# The server store's benchmark measures against a throwaway server.
+"$root/scripts/install-deps.sh" postgresql
+if server_env=$("$root/scripts/pg-server.sh" start); then
+  eval "$server_env"
+  trap '"$root/scripts/pg-server.sh" stop' EXIT
+fi
 for program in "$build"/bench/zrn_bench_*; do
   "$program" "$@"
 done

@@ -15,8 +15,16 @@ if [ "${ZRN_SANITIZE:-0}" = 1 ]; then
 fi
 build=${ZRN_BUILD_DIR:-$default_build}
 
-"$root/scripts/install-deps.sh"
+# The server store's tests need a PostgreSQL server of their own.
+"$root/scripts/install-deps.sh" postgresql
 cmake -S "$root" -B "$build" -DZRN_BUILD_TESTS=ON -DZRN_BUILD_EXAMPLES=ON \
   -DZRN_SANITIZE=$sanitize >/dev/null
 cmake --build "$build" -j"$(nproc)"
+# Without a server the server store's tests skip, saying why.
+if server_env=$("$root/scripts/pg-server.sh" start); then
+  eval "$server_env"
+  trap '"$root/scripts/pg-server.sh" stop' EXIT
+else
+  echo "run-tests: no PostgreSQL server could be started; its tests will skip" >&2
+fi
 ctest --test-dir "$build" --output-on-failure -j"$(nproc)"

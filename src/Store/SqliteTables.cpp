@@ -6,33 +6,20 @@
 #include <zrn/Text/StringTrans.h>
 
 #include "Store/SqliteStatement.h"
+#include "Store/SqlNames.h"
 
 #include <algorithm>
-#include <cctype>
 #include <memory>
 
 namespace zrn {
+
+using detail::QuotedName;
+using detail::SameNameNoCase;
 
 using detail::CSqliteStatement;
 using detail::CStatementUse;
 
 namespace {
-
-std::string Quoted(std::string const& name) {
-  std::string quoted = "\"";
-  for (char c : name) {
-    quoted += c;
-    if (c == '"')
-      quoted += '"';
-  }
-  return quoted + '"';
-}
-
-bool SameName(std::string const& a, std::string const& b) {
-  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
-    return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-  });
-}
 
 CVariant ValueOf(CSqliteStatement const& statement, int column) {
   switch (statement.Type(column)) {
@@ -69,7 +56,7 @@ bool GSqliteDevice::ValidName(std::string const& table, std::vector<std::string>
     return SetError("the store has no table named \"" + table + "\"");
   for (std::string const& column : columns)
     if (std::none_of(known.begin(), known.end(),
-                     [&](std::string const& name) { return SameName(name, column); }))
+                     [&](std::string const& name) { return SameNameNoCase(name, column); }))
       return SetError("the table \"" + table + "\" has no column named \"" + column + "\"");
   return true;
 }
@@ -88,10 +75,10 @@ void GSqliteDevice::QueryColumn(std::string const& table, std::vector<std::strin
     return;
   std::string sql = "SELECT ";
   for (std::size_t i = 0; i < columns.size(); ++i)
-    sql += (i ? ", " : "") + Quoted(columns[i]);
+    sql += (i ? ", " : "") + QuotedName(columns[i]);
   // The key is a number, so it can stand in the text: then the planner may use
   // a partial index such as the one on the root rows.
-  sql += " FROM " + Quoted(table) + " WHERE " + Quoted(keyColumn) + " = " + std::to_string(keyValue);
+  sql += " FROM " + QuotedName(table) + " WHERE " + QuotedName(keyColumn) + " = " + std::to_string(keyValue);
   CSqliteStatement query;
   if (query.Prepare(m_pDb, sql) != SQLITE_OK)
     return void(Check(SQLITE_ERROR, "cannot query the store"));
@@ -109,7 +96,7 @@ bool GSqliteDevice::WriteData(std::string const& table, long long id, std::strin
   // entity rows) takes new data for an existing row, but no new row.
   for (char const* form : {"UPDATE %s SET Data = ?2 WHERE ID = ?1", "INSERT INTO %s(ID, Data) VALUES(?1, ?2)"}) {
     std::string sql = form;
-    sql.replace(sql.find("%s"), 2, Quoted(table));
+    sql.replace(sql.find("%s"), 2, QuotedName(table));
     CSqliteStatement write;
     if (write.Prepare(m_pDb, sql) != SQLITE_OK)
       return Check(SQLITE_ERROR, "cannot write to the store");
@@ -127,7 +114,7 @@ bool GSqliteDevice::ReadData(std::string const& table, long long id, std::string
   if (!ValidName(table, {"ID", "Data"}))
     return false;
   CSqliteStatement read;
-  if (read.Prepare(m_pDb, "SELECT Data FROM " + Quoted(table) + " WHERE ID = ?") != SQLITE_OK)
+  if (read.Prepare(m_pDb, "SELECT Data FROM " + QuotedName(table) + " WHERE ID = ?") != SQLITE_OK)
     return Check(SQLITE_ERROR, "cannot read the store");
   read.Bind(1, id);
   int step = read.Step();
@@ -142,7 +129,7 @@ bool GSqliteDevice::DeleteRecords(std::string const& table, std::vector<long lon
   if (!ValidName(table, {"ID"}))
     return false;
   CSqliteStatement erase;
-  if (erase.Prepare(m_pDb, "DELETE FROM " + Quoted(table) + " WHERE ID = ?") != SQLITE_OK)
+  if (erase.Prepare(m_pDb, "DELETE FROM " + QuotedName(table) + " WHERE ID = ?") != SQLITE_OK)
     return Check(SQLITE_ERROR, "cannot delete from the store");
   bool own = !InTransaction();
   if (own && !Exec("BEGIN IMMEDIATE"))

@@ -44,7 +44,7 @@ std::string ClassName(std::type_info const& type) {
 
 bool CStoreSave::Run(IBaseProject& project) {
   if (!m_device.IsOpen())
-    return Fail("the store is not open");
+    return Fail(m_device.LastError().empty() ? "the store is not open" : m_device.LastError());
   if (!m_device.InTransaction())
     return Fail(m_device.LastError().empty() ? "the save has no transaction (BeginAccess failed)"
                                              : m_device.LastError());
