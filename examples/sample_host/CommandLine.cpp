@@ -72,7 +72,8 @@ std::string Usage() {
          "\n"
          "  --out DIR      output folder (default: sample_host_out in the build folder)\n"
          "  --db PATH      the store's file (default: DIR/model.db); an existing file\n"
-         "                 is replaced only when it is an SQLite database\n"
+         "                 is replaced only when it is an SQLite database; a\n"
+         "                 postgresql://... URL stores the model on that server\n"
          "  --entities N   size of the model, at least N entities (default 32, " +
          std::to_string(kMinEntities) + " to " + std::to_string(kMaxEntities) +
          ")\n"

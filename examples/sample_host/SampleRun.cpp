@@ -133,9 +133,10 @@ bool CSampleRun::RegenerateAll() {
 bool CSampleRun::Save(wchar_t const* what) {
   if (!SaveToStore(*m_project, m_options.db, m_facade, m_error))
     return false;
-  Say(std::wstring(what) + L" to " + m_options.db.wstring() + L": " +
-      std::to_wstring(m_facade.LastSaveRowCount()) + L" rows written, " +
-      Describe(StoreSize(m_options.db)) + L".");
+  std::wstring const size =
+      IsServerStore(m_options.db) ? L"" : L", " + Describe(StoreSize(m_options.db));
+  Say(std::wstring(what) + L" to " + ShownStore(m_options.db) + L": " +
+      std::to_wstring(m_facade.LastSaveRowCount()) + L" rows written" + size + L".");
   return true;
 }
 

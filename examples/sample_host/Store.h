@@ -1,4 +1,5 @@
-// The sample host's use of the project store: one SQLite file per project.
+// The sample host's use of the project store: one SQLite file per project, or
+// a PostgreSQL server when --db is a postgresql:// URL.
 #ifndef ZRN_EXAMPLES_SAMPLE_HOST_STORE_H
 #define ZRN_EXAMPLES_SAMPLE_HOST_STORE_H
 
@@ -13,9 +14,17 @@
 /// Registers the frame's entity classes with the store's type registry.
 void RegisterFrameTypes(zrn::CEntityTypeRegistry& types);
 
+/// True when `where` names a server store (a postgresql:// URL) rather than a
+/// file.
+bool IsServerStore(std::filesystem::path const& where);
+
+/// `where` as the run prints it: a server URL without its password.
+std::wstring ShownStore(std::filesystem::path const& where);
+
 /// Removes the store at `path` (and its write-ahead log) so that a new one
 /// starts there. A file that is not an SQLite database is left alone: false
-/// with `error` saying so.
+/// with `error` saying so. A server store needs nothing: the first save of a
+/// new project into it replaces what it holds.
 bool ClearStore(std::filesystem::path const& path, std::string& error);
 
 /// Saves `project` to the store at `path`, giving it a device on its first

@@ -120,8 +120,11 @@ int main(int argc, char** argv) {
   CloseLog();
   if (!ok)
     return Fail(error);
-  std::wcout << L"Closed the store: " << (StoreSize(options.db).file + 1023) / 1024
-             << L" KB in " << options.db.wstring() << L'\n';
+  if (IsServerStore(options.db))
+    std::wcout << L"Closed the connection to " << ShownStore(options.db) << L'\n';
+  else
+    std::wcout << L"Closed the store: " << (StoreSize(options.db).file + 1023) / 1024
+               << L" KB in " << options.db.wstring() << L'\n';
   if (!Bundle(options, options.out / "sample_host.zip"))
     return Fail("could not write " + (options.out / "sample_host.zip").string());
   std::wcout << L"Done: every output is in " << options.out.wstring() << L'\n';

@@ -5,6 +5,7 @@
 #include <zrn/IO/MemZip.h>
 
 #include <gtest/gtest.h>
+#include <libpq-fe.h>
 
 #include <cstdlib>
 #include <fstream>
@@ -174,6 +175,31 @@ TEST_F(SampleHost, KeepsTheStoreWhereDbSaysAndReplacesOnlyAStore) {
   EXPECT_EQ(refused.exitCode, 2);
   EXPECT_NE(refused.err.find("is not an SQLite database"), std::string::npos) << refused.err;
   EXPECT_EQ(ReadFile(notes), "not a store");
+}
+
+// With a postgresql:// URL the same run goes through the server store; run
+// twice, the second run's new project replaces the first one's rows there.
+TEST_F(SampleHost, RunsAgainstAServerStoreAndKeepsItsPasswordOutOfSight) {
+  char const* url = std::getenv("ZRN_TEST_PG_URL");
+  if (!url || !*url)
+    GTEST_SKIP() << "no PostgreSQL server for the tests: ZRN_TEST_PG_URL is not set";
+  PGconn* admin = PQconnectdb(url);
+  PQclear(PQexec(admin, "CREATE SCHEMA IF NOT EXISTS sample_host"));
+  PQfinish(admin);
+  std::string const where = std::string(url) +
+                            (std::string(url).find('?') == std::string::npos ? "?" : "&") +
+                            "options=-csearch_path%3Dsample_host";
+  std::string const password = where.substr(where.find(':', where.find("://") + 3) + 1,
+                                            where.find('@') - where.find(':', where.find("://") + 3) - 1);
+  for (int round = 0; round < 2; ++round) {
+    Outcome const run = RunHost("--db " + Quote(where));
+    ASSERT_EQ(run.exitCode, 0) << run.out << run.err;
+    EXPECT_NE(run.out.find(": 33 rows written."), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find(": 20 rows written."), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("every value is what regeneration computed"), std::string::npos);
+    EXPECT_EQ(run.out.find(password), std::string::npos) << "the password is shown";
+  }
+  EXPECT_FALSE(fs::exists(m_out / "model.db"));
 }
 
 TEST_F(SampleHost, RefusesBadArgumentsWithExitCodeTwo) {
