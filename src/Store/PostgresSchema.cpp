@@ -2,6 +2,8 @@
 // messages show for a connection string.
 #include <zrn/Version.h>
 
+#include "Store/SchemaSteps.h"
+
 #include "Store/PostgresWire.h"
 
 #include <algorithm>
@@ -78,18 +80,10 @@ std::string Upgrade(PGconn* conn, int target, int& version) {
     return error;
   if (stored < 0 || stored > target)
     return Refusal(stored, target);
-  if (stored == 0) {
-    if (std::string error = Run(conn, kCreateVersion1, "cannot create the tables"); !error.empty())
-      return error;
-    stored = 1;
-  }
-  for (; stored < target; ++stored) {
-    char const* step = MigrationStep(static_cast<int>(stored));
-    if (!step)
-      return "no migration from schema version " + std::to_string(stored);
-    if (std::string error = Run(conn, step, "cannot migrate the schema"); !error.empty())
-      return error;
-  }
+  auto const run = [conn](char const* sql, char const* what) { return Run(conn, sql, what); };
+  if (std::string error = ApplySchemaSteps(stored, target, kCreateVersion1, MigrationStep, run);
+      !error.empty())
+    return error;
   std::string setVersion = "INSERT INTO StoreInfo VALUES('version', '" + std::to_string(target) +
                            "') ON CONFLICT (Key) DO UPDATE SET Value = excluded.Value";
   if (std::string error = Run(conn, setVersion.c_str(), "cannot set the schema version");

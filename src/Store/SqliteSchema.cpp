@@ -2,6 +2,8 @@
 
 #include <zrn/Version.h>
 
+#include "Store/SchemaSteps.h"
+
 namespace zrn::detail {
 namespace {
 
@@ -52,18 +54,10 @@ std::string Upgrade(sqlite3* db, int target, int& version) {
            " while it was being opened";
   if (stored == 0 && tables != 0)
     return "the file is an SQLite database but not a project store (it has tables of its own)";
-  if (stored == 0) {
-    if (std::string error = Run(db, kCreateVersion1, "cannot create the tables"); !error.empty())
-      return error;
-    stored = 1;
-  }
-  for (; stored < target; ++stored) {
-    char const* step = MigrationStep(static_cast<int>(stored));
-    if (!step)
-      return "no migration from schema version " + std::to_string(stored);
-    if (std::string error = Run(db, step, "cannot migrate the schema"); !error.empty())
-      return error;
-  }
+  auto const run = [db](char const* sql, char const* what) { return Run(db, sql, what); };
+  if (std::string error = ApplySchemaSteps(stored, target, kCreateVersion1, MigrationStep, run);
+      !error.empty())
+    return error;
   std::string setVersion = "PRAGMA user_version = " + std::to_string(target);
   if (std::string error = Run(db, setVersion.c_str(), "cannot set the schema version");
       !error.empty())
