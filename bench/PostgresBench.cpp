@@ -9,7 +9,9 @@
 //   Save/BarePipelined the same, with the statements pipelined
 //   Load/Postgres      the project loaded, every impl read (eager), and lazily
 //   Load/Sqlite        the same from the SQLite file (eager)
-//   Load/BareLibpq     the rows selected with libpq alone, binary, one query
+//   Load/BareLibpq     the rows selected with libpq alone, binary, one query,
+//                      on an open connection (connect:0) or on a new one, as
+//                      each Load/Postgres round opens one (connect:1)
 //   Concurrent/N       N processes (copies of this program) each load the
 //                      project, change their own share of the groups and
 //                      save at once; entities saved per second of the
@@ -344,6 +346,22 @@ void LoadSqlite(benchmark::State& state) {
   RemoveStoreFile(file);
 }
 
+// Selects every row in binary, as a load does, and touches each cell.
+void BareSelect(PGconn* conn) {
+  PGresult* result =
+      PQexecParams(conn, "SELECT ID, PID, Seq, Type, Flags, Rev, Data FROM EntityTable ORDER BY ID",
+                   0, nullptr, nullptr, nullptr, nullptr, 1);
+  std::size_t bytes = 0;
+  for (int i = 0; i < PQntuples(result); ++i)
+    for (int c = 0; c < 7; ++c)
+      bytes += static_cast<std::size_t>(PQgetlength(result, i, c)) +
+               static_cast<unsigned char>(PQgetvalue(result, i, c)[0]);
+  benchmark::DoNotOptimize(bytes);
+  PQclear(result);
+}
+
+// With `connect` 1 each round connects first, as a load through a new device
+// does; with 0 it reuses one open connection.
 void LoadBareLibpq(benchmark::State& state) {
   CSchema schema("bench_load_bare");
   {
@@ -351,22 +369,14 @@ void LoadBareLibpq(benchmark::State& state) {
     std::unique_ptr<IBaseProject> project(BuildProject());
     SaveWhole(project.get(), new zrn::GPostgresDevice, Wide(schema.Url()), facade.facade, state);
   }
+  if (state.range(0)) {
+    Timed(
+        state, [] {}, [&] { BareSelect(CAdmin(schema.Url()).Get()); });
+    return;
+  }
   CAdmin conn(schema.Url());
-  PQclear(PQprepare(conn.Get(), "sel",
-                    "SELECT ID, PID, Seq, Type, Flags, Rev, Data FROM EntityTable ORDER BY ID", 0,
-                    nullptr));
   Timed(
-      state, [] {},
-      [&] {
-        PGresult* result = PQexecPrepared(conn.Get(), "sel", 0, nullptr, nullptr, nullptr, 1);
-        std::size_t bytes = 0;
-        for (int i = 0; i < PQntuples(result); ++i)
-          for (int c = 0; c < 7; ++c)
-            bytes += static_cast<std::size_t>(PQgetlength(result, i, c)) +
-                     static_cast<unsigned char>(PQgetvalue(result, i, c)[0]);
-        benchmark::DoNotOptimize(bytes);
-        PQclear(result);
-      });
+      state, [] {}, [&] { BareSelect(conn.Get()); });
 }
 
 // --- Several processes ------------------------------------------------------
@@ -482,7 +492,12 @@ BENCHMARK(SaveBareLibpq)->Name("Save/BareLibpq")->Apply(Measured);
 BENCHMARK(SaveBarePipelined)->Name("Save/BarePipelined")->Apply(Measured);
 BENCHMARK(LoadPostgres)->Name("Load/Postgres")->ArgName("eager")->Arg(1)->Arg(0)->Apply(Measured);
 BENCHMARK(LoadSqlite)->Name("Load/Sqlite")->Apply(Measured);
-BENCHMARK(LoadBareLibpq)->Name("Load/BareLibpq")->Apply(Measured);
+BENCHMARK(LoadBareLibpq)
+    ->Name("Load/BareLibpq")
+    ->ArgName("connect")
+    ->Arg(0)
+    ->Arg(1)
+    ->Apply(Measured);
 BENCHMARK(Concurrent)->Name("Concurrent")->Arg(1)->Arg(2)->Arg(4)->Apply(Measured)->Iterations(1);
 
 int main(int argc, char** argv) {

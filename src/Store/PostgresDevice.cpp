@@ -83,7 +83,8 @@ void IgnoreNotice(void*, char const*) {}
 
 } // namespace
 
-GPostgresDevice::GPostgresDevice() : m_spill(std::make_unique<SwapSpill>()) {}
+GPostgresDevice::GPostgresDevice()
+    : m_spill(std::make_unique<SwapSpill>()), m_revs(std::make_unique<detail::CRevisionIndex>()) {}
 
 GPostgresDevice::~GPostgresDevice() { Close(); }
 
@@ -112,7 +113,7 @@ bool GPostgresDevice::Open(std::wstring const& connection) {
   auto swaps = std::move(SwapIds());
   ResetBookkeeping();
   SwapIds() = std::move(swaps);
-  m_revs.clear();
+  m_revs->Clear();
   ClearError();
   if (!utf8.empty() && Connect(utf8))
     return true;
@@ -176,7 +177,7 @@ void GPostgresDevice::Close() {
     PQfinish(std::exchange(m_pOrigin, nullptr));
   m_strUrl.clear();
   m_strShownUrl.clear();
-  m_revs.clear();
+  m_revs->Clear();
   if (m_spill)
     m_spill->Clear();
   ResetBookkeeping();
@@ -250,35 +251,12 @@ bool GPostgresDevice::RollbackTransaction() {
 }
 
 void GPostgresDevice::EndTransaction(bool committed) {
-  if (!committed) {
-    if (m_revsBeforeClear) {
-      m_revs = std::move(*m_revsBeforeClear);
-      m_undo.resize(m_nUndoAtClear);
-    }
-    for (auto undo = m_undo.rbegin(); undo != m_undo.rend(); ++undo)
-      if (undo->rev < 0)
-        m_revs.erase(undo->id);
-      else
-        m_revs[undo->id] = undo->rev;
-  }
-  m_undo.clear();
-  m_revsBeforeClear.reset();
+  if (committed)
+    m_revs->Commit();
+  else
+    m_revs->Rollback();
   m_bInTransaction = false;
   m_nTxRev = 0;
-}
-
-void GPostgresDevice::Remember(long long id, long long rev) {
-  auto [at, added] = m_revs.try_emplace(id, rev);
-  m_undo.push_back({id, added ? -1 : at->second});
-  at->second = rev;
-}
-
-void GPostgresDevice::Forget(long long id) {
-  auto found = m_revs.find(id);
-  if (found == m_revs.end())
-    return;
-  m_undo.push_back({id, found->second});
-  m_revs.erase(found);
 }
 
 void GPostgresDevice::SetSynced(void const* tree) {

@@ -6,6 +6,7 @@
 #include <zrn/Store/PostgresDevice.h>
 
 #include "Store/PostgresWire.h"
+#include "Store/RevisionIndex.h"
 
 #include <cstdio>
 #include <string>

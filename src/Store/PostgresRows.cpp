@@ -14,6 +14,8 @@ namespace {
 
 // Rows fetched per round trip while a tree is read.
 constexpr char kFetch[] = "FETCH 4096 FROM zrn_rows";
+// Rows built between two looks at the socket.
+constexpr int kConsumeEvery = 256;
 
 std::string Changed(long long id) {
   return "entity " + std::to_string(id) +
@@ -172,14 +174,14 @@ bool GPostgresDevice::WriteRow(SEntityRow const& row) {
   CPgParams params;
   params.Int8(row.id).Int8(row.parentId).Int8(row.order).Int4(row.type).Int4(row.flags);
   params.Bytes(row.data, row.size).Int8(m_nTxRev);
-  auto known = m_revs.find(row.id);
+  long long const known = m_revs->Find(row.id);
   // A row this device never saw is new: inserting it (not replacing) is what
   // notices another process that added a row with the same id.
-  bool const sent = known == m_revs.end() ? Send("zrn_insert", params, row.id, Pipeline::kInsert)
-                                          : Send("zrn_update", params.Int8(known->second), row.id,
-                                                 Pipeline::kChecked);
+  bool const sent = known == detail::CRevisionIndex::kNone
+                        ? Send("zrn_insert", params, row.id, Pipeline::kInsert)
+                        : Send("zrn_update", params.Int8(known), row.id, Pipeline::kChecked);
   if (sent)
-    Remember(row.id, m_nTxRev);
+    m_revs->Remember(row.id, m_nTxRev);
   return sent;
 }
 
@@ -188,12 +190,12 @@ bool GPostgresDevice::WriteOrder(long long id, long long order) {
     return false;
   CPgParams params;
   params.Int8(id).Int8(order).Int8(m_nTxRev);
-  auto known = m_revs.find(id);
-  bool const sent = known == m_revs.end()
+  long long const known = m_revs->Find(id);
+  bool const sent = known == detail::CRevisionIndex::kNone
                         ? Send("zrn_order", params.Null(), id, Pipeline::kUnchecked)
-                        : Send("zrn_order", params.Int8(known->second), id, Pipeline::kChecked);
-  if (sent && known != m_revs.end())
-    Remember(id, m_nTxRev);
+                        : Send("zrn_order", params.Int8(known), id, Pipeline::kChecked);
+  if (sent && known != detail::CRevisionIndex::kNone)
+    m_revs->Remember(id, m_nTxRev);
   return sent;
 }
 
@@ -202,12 +204,12 @@ bool GPostgresDevice::DeleteRow(long long id) {
     return false;
   CPgParams params;
   params.Int8(id);
-  auto known = m_revs.find(id);
-  bool const sent = known == m_revs.end()
+  long long const known = m_revs->Find(id);
+  bool const sent = known == detail::CRevisionIndex::kNone
                         ? Send("zrn_delete", params.Null(), id, Pipeline::kUnchecked)
-                        : Send("zrn_delete", params.Int8(known->second), id, Pipeline::kChecked);
+                        : Send("zrn_delete", params.Int8(known), id, Pipeline::kChecked);
   if (sent)
-    Forget(id);
+    m_revs->Forget(id);
   return sent;
 }
 
@@ -224,7 +226,7 @@ bool GPostgresDevice::ReadRows(bool withData, RowSink const& sink) {
                       " Rev, Data FROM EntityTable ORDER BY ID"
                     : "DECLARE zrn_rows NO SCROLL CURSOR FOR SELECT ID, PID, Seq, Type, Flags,"
                       " Rev FROM EntityTable ORDER BY ID");
-  m_revs.clear();
+  m_revs->Clear();
   // The next page is asked for before this one is handed on, so that the
   // server reads while the caller builds.
   ok = ok && PQenterPipelineMode(m_pConn) && SendFetch(m_pConn);
@@ -237,8 +239,13 @@ bool GPostgresDevice::ReadRows(bool withData, RowSink const& sink) {
       break;
     }
     int const count = PQntuples(page.get());
-    for (int i = 0; ok && i < count; ++i)
+    for (int i = 0; ok && i < count; ++i) {
+      // Taking in what has arrived of the next page frees the socket, so
+      // that the server goes on sending while this page is built.
+      if (i % kConsumeEvery == 0)
+        PQconsumeInput(m_pConn);
       ok = ReadRow(page.get(), i, withData, sink);
+    }
     more = ok && count > 0;
   }
   if (PQpipelineStatus(m_pConn) != PQ_PIPELINE_OFF) {
@@ -279,7 +286,7 @@ bool GPostgresDevice::ReadRow(PGresult const* page, int i, bool withData, RowSin
     row.data = data.data();
     row.size = static_cast<unsigned>(data.size());
   }
-  m_revs[row.id] = rev;
+  m_revs->Load(row.id, rev);
   return sink(row);
 }
 
@@ -341,12 +348,7 @@ bool GPostgresDevice::ClearRows() {
   if (!NeedTransaction() || !Flush() || !Exec("DELETE FROM EntityTable") ||
       !Exec("DELETE FROM ProjectTable"))
     return false;
-  if (!m_revsBeforeClear) {
-    m_revsBeforeClear =
-        std::make_unique<std::unordered_map<long long, long long>>(std::move(m_revs));
-    m_nUndoAtClear = m_undo.size();
-  }
-  m_revs.clear();
+  m_revs->ForgetAll();
   return true;
 }
 

@@ -155,8 +155,8 @@ void GPostgresDevice::QueryColumn(std::string const& table, std::vector<std::str
 
 bool GPostgresDevice::WriteData(std::string const& table, long long id, std::string const& bytes) {
   if (IsEntityTable(table)) {
-    auto known = m_revs.find(id);
-    if (known == m_revs.end())
+    long long const known = m_revs->Find(id);
+    if (known == detail::CRevisionIndex::kNone)
       return NeedOpen() &&
              Fail("entity " + std::to_string(id) + " has no row that this device loaded or saved");
     bool const own = !m_bInTransaction;
@@ -165,8 +165,9 @@ bool GPostgresDevice::WriteData(std::string const& table, long long id, std::str
     CPgParams params;
     bool ok = TransactionRev();
     if (ok) {
-      params.Int8(id).Bytes(bytes.data(), bytes.size()).Int8(m_nTxRev).Int8(known->second);
-      ok = Send("zrn_data", params, id, Pipeline::kChecked) && (Remember(id, m_nTxRev), Flush());
+      params.Int8(id).Bytes(bytes.data(), bytes.size()).Int8(m_nTxRev).Int8(known);
+      ok = Send("zrn_data", params, id, Pipeline::kChecked) &&
+           (m_revs->Remember(id, m_nTxRev), Flush());
     }
     if (own)
       return ok ? CommitTransaction() : (m_bInTransaction && RollbackTransaction(), false);

@@ -8,7 +8,6 @@
 
 #include <memory>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 struct pg_conn;
@@ -17,7 +16,8 @@ struct pg_result;
 namespace zrn {
 namespace detail {
 class CPgParams;
-}
+class CRevisionIndex;
+} // namespace detail
 
 /// A project store in a PostgreSQL database, reached through libpq.
 ///
@@ -118,10 +118,6 @@ public:
 private:
   class Pipeline;
   class SwapSpill;
-  struct Undo {
-    long long id;
-    long long rev; // -1: the id had no remembered revision
-  };
 
   bool Connect(std::string const& connection);
   void Disconnect();
@@ -133,8 +129,6 @@ private:
   bool NeedTransaction();
   bool TransactionRev();
   bool Flush();
-  void Remember(long long id, long long rev);
-  void Forget(long long id);
   void EndTransaction(bool committed);
   bool CheckedTable(std::string const& table, std::vector<std::string> const& columns,
                     std::string& quotedTable, std::vector<std::string>& quotedColumns,
@@ -158,11 +152,7 @@ private:
   // first write asks the server for it.
   long long m_nTxRev = 0;
   // The revision of every row this device loaded or saved, by entity id.
-  std::unordered_map<long long, long long> m_revs;
-  // How to give m_revs back its state before the open transaction.
-  std::vector<Undo> m_undo;
-  std::size_t m_nUndoAtClear = 0;
-  std::unique_ptr<std::unordered_map<long long, long long>> m_revsBeforeClear;
+  std::unique_ptr<detail::CRevisionIndex> m_revs;
 };
 
 } // namespace zrn
