@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <functional>
+#include <iterator>
 
 namespace zrn::detail {
 
@@ -34,8 +35,8 @@ bool PassState::MarkRoot(GRegenAtom const& atom) {
   return true;
 }
 
-PassState::Attached PassState::AttachChild(std::uint32_t parent, GRegenAtom const& atom, bool perPath,
-                                           std::uint32_t& met) {
+PassState::Attached PassState::AttachChild(std::uint32_t parent, GRegenAtom const& atom,
+                                           bool perPath, std::uint32_t& met) {
   Key const key = KeyOf(atom);
   if (Matches(key)(parent)) {
     met = parent;
@@ -66,27 +67,34 @@ PassState::Attached PassState::AttachChild(std::uint32_t parent, GRegenAtom cons
 // tree; sorted, each goes in at its end. Ids of one model are mostly dense,
 // and then a bitmap over their range sorts them in linear time.
 void PassState::FlushUpdated(GRegenContext& context) {
-  if (std::is_sorted(m_updated.begin(), m_updated.end())) {
-    for (unsigned long long id : m_updated)
-      context.MarkUpdated(id);
-  } else {
-    auto const [low, high] = std::minmax_element(m_updated.begin(), m_updated.end());
-    unsigned long long const first = *low;
-    unsigned long long const span = *high - first;
-    if (span / 4 < m_updated.size()) {
-      m_bitmap.assign(span / 64 + 1, 0);
-      for (unsigned long long id : m_updated)
-        m_bitmap[(id - first) / 64] |= std::uint64_t{1} << ((id - first) % 64);
-      for (std::size_t word = 0; word < m_bitmap.size(); ++word)
-        for (std::uint64_t bits = m_bitmap[word]; bits != 0; bits &= bits - 1)
-          context.MarkUpdated(first + word * 64 + static_cast<unsigned>(std::countr_zero(bits)));
-    } else {
-      std::sort(m_updated.begin(), m_updated.end());
-      for (unsigned long long id : m_updated)
-        context.MarkUpdated(id);
-    }
-  }
+  m_bFlushedWhole = context.GetUpdatedIds().empty();
+  m_flushed.clear();
+  SortUpdated();
+  for (unsigned long long id : m_flushed)
+    context.MarkUpdated(id);
   m_updated.clear();
+}
+
+// Leaves the noted ids in m_flushed, ascending and distinct.
+void PassState::SortUpdated() {
+  if (std::is_sorted(m_updated.begin(), m_updated.end())) {
+    std::unique_copy(m_updated.begin(), m_updated.end(), std::back_inserter(m_flushed));
+    return;
+  }
+  auto const [low, high] = std::minmax_element(m_updated.begin(), m_updated.end());
+  unsigned long long const first = *low;
+  unsigned long long const span = *high - first;
+  if (span / 4 >= m_updated.size()) {
+    std::sort(m_updated.begin(), m_updated.end());
+    std::unique_copy(m_updated.begin(), m_updated.end(), std::back_inserter(m_flushed));
+    return;
+  }
+  m_bitmap.assign(span / 64 + 1, 0);
+  for (unsigned long long id : m_updated)
+    m_bitmap[(id - first) / 64] |= std::uint64_t{1} << ((id - first) % 64);
+  for (std::size_t word = 0; word < m_bitmap.size(); ++word)
+    for (std::uint64_t bits = m_bitmap[word]; bits != 0; bits &= bits - 1)
+      m_flushed.push_back(first + word * 64 + static_cast<unsigned>(std::countr_zero(bits)));
 }
 
 bool PassState::NoteCycle(std::uint32_t repeated, std::uint32_t markedBy) {

@@ -83,6 +83,12 @@ public:
   }
   /// Adds the ids noted since the last call to the context's updated ids.
   void FlushUpdated(GRegenContext& context);
+  /// The ids the last FlushUpdated added, ascending and distinct, when the
+  /// context held no updated id before it (then they are the whole set);
+  /// null otherwise. Kept until the next flush.
+  std::vector<unsigned long long> const* FlushedWholeSet() const {
+    return m_bFlushedWhole ? &m_flushed : nullptr;
+  }
 
   /// True the first time a cycle (the atom of `repeated` marked while
   /// `markedBy` was handled) is met in this pass.
@@ -96,6 +102,8 @@ public:
   void Reset();
 
 private:
+  void SortUpdated();
+
   struct Frame {
     std::uint32_t node;
     std::uint32_t edge; // the next child link to follow
@@ -144,6 +152,8 @@ private:
   std::vector<Dependent> m_dependents;
   std::vector<unsigned long long> m_updated;
   std::vector<std::uint64_t> m_bitmap; // sorts the updated ids of a dense range
+  std::vector<unsigned long long> m_flushed;
+  bool m_bFlushedWhole = false;
   std::unordered_multimap<std::size_t, std::pair<std::uint32_t, std::uint32_t>> m_cycles;
   StepOrder m_steps;
 };

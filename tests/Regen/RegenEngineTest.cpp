@@ -105,6 +105,41 @@ TEST(GRegenEngine, UpdatedIdsRefreshTheirRelationsEvenWithoutMarks) {
   EXPECT_EQ(context.GetDeletedIds(), (IdSet{1}));
 }
 
+// The relations refreshed after a pass are those of every id in the context
+// at that point, also one a host's override adds while the steps run.
+TEST(GRegenEngine, IdsAHostAddsToTheContextDuringAPassRefreshTheirRelations) {
+  struct Recording : Model {
+    GRegenContext* context = nullptr;
+    void Regenerate(GRegenContext& c) override {
+      context = &c;
+      Model::Regenerate(c);
+    }
+  } model;
+  model.Add(1);
+  model.Add(5).dependsOn = {1}; // not in the database yet
+  struct Step : IRegenStep {
+    Recording* model;
+    long long GetStepKey() override { return 0; }
+    void Execute(IRegenableObject*, GRegenAtom const&) override { model->context->MarkUpdated(5); }
+  } step;
+  step.model = &model;
+  struct Stepped : Model::Object {
+    IRegenStep* step;
+    IRegenStep* CreateRegenStep(GRegenAtom const&) override { return step; }
+  };
+  auto one = std::make_shared<Stepped>();
+  one->model = &model;
+  one->id = one->regenId = 1;
+  one->step = &step;
+  model.objects[1] = one;
+  model.Mark(1);
+  GRegenContext context;
+  model.Regenerate(context);
+  EXPECT_EQ(context.GetUpdatedIds(), (IdSet{1, 5}));
+  ASSERT_NE(model.GetRelationDb()->GetRelations(1), nullptr);
+  EXPECT_TRUE(model.GetRelationDb()->GetRelations(1)->IsIdExist(5));
+}
+
 TEST(GRegenEngine, MarksDuringExecutionAreIgnoredAndNestedPassesDoNothing) {
   struct Nesting : Model {
     bool nested = false;
