@@ -5,6 +5,7 @@
 
 #include "Store/PostgresParts.h"
 
+#include <cstdlib>
 #include <memory>
 
 namespace zrn {
@@ -16,6 +17,19 @@ namespace {
 std::string Utf8(std::wstring const& text) {
   std::unique_ptr<char[]> utf8(GStdStringTrans::UnicodeToUtf8(text.c_str()));
   return utf8 ? std::string(utf8.get()) : std::string();
+}
+
+// A server that does not answer would otherwise keep Open waiting for as
+// long as the network does (minutes). The connection string's own
+// connect_timeout, expanded after this default, wins over it, and so does
+// the environment's.
+PGconn* ConnectWithTimeout(std::string const& connection, int seconds) {
+  if (seconds <= 0 || std::getenv("PGCONNECT_TIMEOUT"))
+    return PQconnectdb(connection.c_str());
+  std::string const timeout = std::to_string(seconds);
+  char const* const keywords[] = {"connect_timeout", "dbname", nullptr};
+  char const* const values[] = {timeout.c_str(), connection.c_str(), nullptr};
+  return PQconnectdbParams(keywords, values, 1);
 }
 
 // The store's statements, prepared on every connection: name, SQL, parameter
@@ -130,7 +144,7 @@ bool GPostgresDevice::Connect(std::string const& connection) {
   // Kept on failure, so that the next Open of the same store reconnects.
   m_strUrl = connection;
   m_strShownUrl = shown;
-  m_pConn = PQconnectdb(connection.c_str());
+  m_pConn = ConnectWithTimeout(connection, m_nConnectTimeout);
   if (!m_pConn || PQstatus(m_pConn) != CONNECTION_OK) {
     std::string why = m_pConn ? detail::ErrorText(m_pConn, nullptr) : "out of memory";
     Disconnect();

@@ -4,7 +4,11 @@
 #include <zrn/Store/SqliteDevice.h>
 #include <zrn/Store/StoreDevice.h>
 
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/ip/tcp.hpp>
+
 #include <memory>
+#include <string>
 
 namespace zrn::test {
 namespace {
@@ -115,6 +119,21 @@ TEST_F(PostgresRoundTrip, ErrorsNameTheStoreWithoutItsPassword) {
   // The key=value form is hidden as well.
   EXPECT_FALSE(device.Open(L"host=127.0.0.1 port=1 password=secret connect_timeout=2"));
   EXPECT_EQ(device.LastError().find("secret"), std::string::npos) << device.LastError();
+}
+
+// A server that takes the connection and never answers: Open gives up after
+// the device's connect timeout, also when the URL names none. Needs no server.
+TEST(PostgresDevice, OpenGivesUpOnASilentServer) {
+  boost::asio::io_context io;
+  boost::asio::ip::tcp::acceptor silent(
+      io, {boost::asio::ip::make_address("127.0.0.1"), 0}); // listens, never accepts
+  std::string const url =
+      "postgresql://zrn@127.0.0.1:" + std::to_string(silent.local_endpoint().port()) + "/x";
+  GPostgresDevice device;
+  device.SetConnectTimeout(1);
+  EXPECT_FALSE(device.Open(Wide(url)));
+  EXPECT_NE(device.LastError().find("timeout"), std::string::npos) << device.LastError();
+  EXPECT_FALSE(device.IsOpen());
 }
 
 TEST_F(PostgresRoundTrip, SchemaVersionsAndForeignTables) {

@@ -64,6 +64,11 @@ public:
   /// saying why, when the server cannot be reached, refuses the login, or
   /// holds a store of a newer schema version.
   bool Open(std::wstring const& connection) override;
+  /// The seconds a connection may take to be made when neither the
+  /// connection string (connect_timeout) nor the environment
+  /// (PGCONNECT_TIMEOUT) says; 10 unless set. 0 waits for as long as the
+  /// network does.
+  void SetConnectTimeout(int seconds) { m_nConnectTimeout = seconds; }
   /// Disconnects, abandoning an open transaction and any swapped-out data
   /// that was never saved.
   void Close() override;
@@ -146,6 +151,7 @@ private:
   std::string m_strUrl;
   std::string m_strShownUrl;
   int m_nSchemaVersion = 0;
+  int m_nConnectTimeout = 10;
   bool m_bInTransaction = false;
   bool m_bConflict = false;
   // The revision this transaction writes (its transaction id); 0 until the
