@@ -2,6 +2,8 @@
 // archive reader sees it, built into Python objects.
 #include "Module.h"
 
+#include <pybind11/stl.h>
+
 #include <zrn/IO/ArchiveReader.h>
 
 #include <optional>
