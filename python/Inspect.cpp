@@ -211,8 +211,8 @@ py::list Inspect(py::buffer data) {
   bool complete = false;
   {
     py::gil_scoped_release released;
-    complete = reader.Read(buffer.ptr, static_cast<std::size_t>(buffer.size * buffer.itemsize),
-                           recorder);
+    complete =
+        reader.Read(buffer.ptr, static_cast<std::size_t>(buffer.size * buffer.itemsize), recorder);
   }
   if (!complete)
     throw py::value_error("not a readable archive: " + reader.Error() + " (at byte " +
@@ -231,8 +231,8 @@ void BindInspect(py::module_& module) {
       .def_readonly("name", &SObject::name)
       .def_readonly("blocks", &SObject::blocks)
       .def("__repr__", [](SObject const& o) {
-        return "<zrn.ArchiveObject @" + std::to_string(o.offset) + " v" + std::to_string(o.version) +
-               ", " + std::to_string(o.blockCount) + " blocks>";
+        return "<zrn.ArchiveObject @" + std::to_string(o.offset) + " v" +
+               std::to_string(o.version) + ", " + std::to_string(o.blockCount) + " blocks>";
       });
   py::class_<SBlock>(module, "ArchiveBlock", "A tagged block: nested items or raw data.")
       .def_readonly("offset", &SBlock::offset)

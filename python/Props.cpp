@@ -75,7 +75,9 @@ private:
   IBaseEntity& m_entity;
 };
 
-[[noreturn]] void Missing(py::handle key) { throw py::key_error(py::repr(key).cast<std::string>()); }
+[[noreturn]] void Missing(py::handle key) {
+  throw py::key_error(py::repr(key).cast<std::string>());
+}
 
 // The value of `key`; nothing when the entity has no such name.
 std::optional<py::object> Find(SProps const& props, py::handle key) {

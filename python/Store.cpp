@@ -1,7 +1,7 @@
 // zrn.open, zrn.create and zrn.Project: projects in SQLite files and on
 // PostgreSQL servers, opened, looked into, saved and closed.
-#include "Module.h"
 #include "Store.h"
+#include "Module.h"
 #include "Tree.h"
 
 #include <zrn/Store/StoreDevice.h>
@@ -63,9 +63,9 @@ std::unique_ptr<IBaseProject> Load(std::wstring const& where, bool eager) {
     Facade().SetEagerLoad(false);
   }
   if (!project)
-    throw CStoreError("cannot open " + Shown(where) + ": " +
-                      (device->LastError().empty() ? "no project in the store"
-                                                   : device->LastError()));
+    throw CStoreError(
+        "cannot open " + Shown(where) + ": " +
+        (device->LastError().empty() ? "no project in the store" : device->LastError()));
   device.release(); // the project owns it now
   return project;
 }
@@ -142,10 +142,11 @@ void BindStore(py::module_& module) {
                                CProjectLock lock(*self.state, false);
                                return WrapEntity(self.state, &self.state->Project());
                              })
-      .def_property_readonly("closed", [](SProject& self) {
-        CProjectLock lock(*self.state, false);
-        return !self.state->IsOpen();
-      })
+      .def_property_readonly("closed",
+                             [](SProject& self) {
+                               CProjectLock lock(*self.state, false);
+                               return !self.state->IsOpen();
+                             })
       .def_property_readonly("where", [](SProject& self) { return Shown(self.state->Where()); })
       .def_property_readonly("has_frame",
                              [](SProject& self) {
@@ -184,9 +185,8 @@ void BindStore(py::module_& module) {
       .def("close", &SProject::Close, "Frees the tree; unsaved changes are dropped.")
       .def("__enter__", [](py::object self) { return self; })
       .def("__exit__", [](SProject& self, py::args) { self.Close(); })
-      .def("__repr__", [](SProject& self) {
-        return "<zrn.Project " + Shown(self.state->Where()) + ">";
-      });
+      .def("__repr__",
+           [](SProject& self) { return "<zrn.Project " + Shown(self.state->Where()) + ">"; });
 
   module.def("open", &Open, py::arg("where"), py::arg("eager") = false,
              "Opens the project stored in an SQLite file or at a postgresql:// URL.");

@@ -1,7 +1,7 @@
 // zrn.Entity and zrn.Children: the tree of an open project, and the walk
 // over it.
-#include "Module.h"
 #include "Tree.h"
+#include "Module.h"
 
 #include <pybind11/stl.h>
 
@@ -47,7 +47,7 @@ void RemoveEntity(CProjectState& state, IBaseEntity& entity) {
     if (&entity == &model->Parameters() || &entity == &model->Totals())
       throw py::value_error("entity " + std::to_string(id) +
                             " cannot be removed: the frame needs its parameters and totals");
-    model->RemoveObject(id); // the model deletes it, and reports it after the next pass
+    model->RemoveObject(id);       // the model deletes it, and reports it after the next pass
     model->Parameters().MarkAll(); // which then computes the frame without it
   } else {
     entity.GetParent()->DeleteChild(&entity);
@@ -168,7 +168,8 @@ py::object Walk(std::shared_ptr<CProjectState> const& state) {
 
 void BindTree(py::module_& module) {
   py::class_<SEntity>(module, "Entity", "An entity of an open project.")
-      .def_property_readonly("id", [](SEntity const& self) { return CLocked(*self.ref)->GetObjectID(); })
+      .def_property_readonly("id",
+                             [](SEntity const& self) { return CLocked(*self.ref)->GetObjectID(); })
       .def_property_readonly("type",
                              [](SEntity const& self) { return TypeIdOf(*CLocked(*self.ref)); })
       .def_property_readonly("type_name",
@@ -212,7 +213,8 @@ void BindTree(py::module_& module) {
       });
 
   py::class_<SChildren>(module, "Children", "An entity's children, in order.")
-      .def("__len__", [](SChildren const& self) { return CLocked(*self.ref)->GetAllChild().size(); })
+      .def("__len__",
+           [](SChildren const& self) { return CLocked(*self.ref)->GetAllChild().size(); })
       .def("__getitem__", &Child)
       .def("__iter__", [](SChildren const& self) { return py::iter(ChildList(self)); })
       .def("__repr__", [](SChildren const& self) { return py::repr(ChildList(self)); });

@@ -139,8 +139,8 @@ CVariant IntFromPython(py::handle value, CVariant const* current) {
     return CVariant(static_cast<float>(n));
   if (SIntegerType const* integer = IntegerType(kept)) {
     if (n < integer->min || n > integer->max)
-      throw py::value_error(py::str(value).cast<std::string>() + " does not fit the property's type (" +
-                            integer->name + ")");
+      throw py::value_error(py::str(value).cast<std::string>() +
+                            " does not fit the property's type (" + integer->name + ")");
     return OfType(n, kept);
   }
   for (eGBMDataType type : {GBM_INT, GBM_INT64, GBM_UINT64})
@@ -204,7 +204,8 @@ CVariant GeometryFromPython(py::handle value) {
     double values[12] = {};
     if ((size == 2 || size == 4) && ReadPoints(sequence, values)) {
       if (size == 2)
-        result = CBox3<double>{{values[0], values[1], values[2]}, {values[3], values[4], values[5]}};
+        result =
+            CBox3<double>{{values[0], values[1], values[2]}, {values[3], values[4], values[5]}};
       else
         result = CCoord3<double>{{values[0], values[1], values[2]},
                                  {values[3], values[4], values[5]},
@@ -359,7 +360,8 @@ void BindValues(py::module_& module) {
                return py::reinterpret_borrow<py::object>(Py_NotImplemented);
              return py::bool_(self.value == other.cast<SObjectId const&>().value);
            })
-      .def("__hash__", [](SObjectId const& id) { return std::hash<unsigned long long>()(id.value); })
+      .def("__hash__",
+           [](SObjectId const& id) { return std::hash<unsigned long long>()(id.value); })
       .def("__repr__",
            [](SObjectId const& id) { return "zrn.ObjectId(" + std::to_string(id.value) + ")"; });
 }

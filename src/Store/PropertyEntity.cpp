@@ -14,7 +14,8 @@ CPropertyEntityImpl::CPropertyEntityImpl() : m_properties(this) {}
 bool CPropertyEntityImpl::Serialize(GDbArchive& ar) {
   GTaggedObject object(ar, typeid(*this));
   if (!ar.IsLoading())
-    return object.Write(1, [&] { object.Block(kPropertiesBlock, [&] { m_properties.Serialize(ar); }); });
+    return object.Write(
+        1, [&] { object.Block(kPropertiesBlock, [&] { m_properties.Serialize(ar); }); });
   return object.Read(1, [&](unsigned char tag) {
     if (tag != kPropertiesBlock)
       return false; // a newer writer's block: skipped by its size
