@@ -141,13 +141,17 @@ class ServerStoreTest(unittest.TestCase):
         if not psql:
             self.skipTest("no psql to make a schema with")
         self.admin = [psql, os.environ["ZRN_TEST_PG_URL"], "-q", "-c"]
+        # psql is not built with the sanitizers whose runtimes the tests may preload.
+        self.admin_env = {k: v for k, v in os.environ.items() if k != "LD_PRELOAD"}
         self.schema = "zrn_py_" + uuid.uuid4().hex[:8]
-        subprocess.run(self.admin + ["CREATE SCHEMA " + self.schema], check=True)
+        subprocess.run(self.admin + ["CREATE SCHEMA " + self.schema], env=self.admin_env,
+                       check=True, timeout=60)
         url = os.environ["ZRN_TEST_PG_URL"]
         self.url = url + ("&" if "?" in url else "?") + "options=-csearch_path%3D" + self.schema
 
     def tearDown(self):
-        subprocess.run(self.admin + ["DROP SCHEMA " + self.schema + " CASCADE"], check=True)
+        subprocess.run(self.admin + ["DROP SCHEMA " + self.schema + " CASCADE"],
+                       env=self.admin_env, check=True, timeout=60)
 
     def test_properties_round_trip_on_the_server(self):
         with zrn.create(self.url) as project:
