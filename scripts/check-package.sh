@@ -12,12 +12,29 @@ trap 'rm -rf "$scratch"' EXIT
 prefix=$scratch/prefix
 
 "$root/scripts/install-deps.sh"
-cmake -S "$root" -B "$scratch/build" -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=OFF >/dev/null
-cmake --build "$scratch/build" --target zrn zrn_store zrn-inspect -j"$(nproc)" >/dev/null
+# The Python module needs the sample host's model, so the examples are
+# configured too (only the targets named here are built).
+cmake -S "$root" -B "$scratch/build" -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=ON \
+  -DCMAKE_INSTALL_PREFIX="$prefix" -DZRN_PYTHON_INSTALL_DIR="$prefix/python" >/dev/null
+cmake --build "$scratch/build" --target zrn zrn_store zrn-inspect zrn_python -j"$(nproc)" >/dev/null
 cmake --install "$scratch/build" --prefix "$prefix" >/dev/null
 "$root/scripts/check-exports.sh" "$(readlink -f "$prefix"/lib*/libzrn.so)"
 "$root/scripts/check-exports.sh" "$(readlink -f "$prefix"/lib*/libzrn_store.so)"
 "$prefix/bin/zrn-inspect" --help >/dev/null
+
+# The installed Python module, imported from outside the build tree by the
+# interpreter it was built for, makes, saves and opens a store.
+python=$(sed -n 's/^ZRN_PYTHON_EXECUTABLE:INTERNAL=//p' "$scratch/build/CMakeCache.txt")
+(cd "$scratch" && PYTHONPATH="$prefix/python" "$python" - <<'PY'
+import zrn
+assert zrn.__file__.startswith(__import__("os").environ["PYTHONPATH"]), zrn.__file__
+with zrn.create("python-check.db") as project:
+    project.root.add_child().props["x"] = 1.5
+    project.save()
+with zrn.open("python-check.db") as project:
+    assert project[2].props["x"] == 1.5
+PY
+)
 
 # A host that knows nothing of the source tree.
 mkdir -p "$scratch/host"

@@ -11,6 +11,7 @@ packages=(
   libzip-dev libtinyxml-dev libsqlite3-dev libpq-dev
   libgtest-dev libgmock-dev locales
   zip unzip python3
+  python3-dev pybind11-dev
   "$@"
 )
 

@@ -10,7 +10,7 @@ build=${ZRN_BUILD_DIR:-$root/build-bench}
 "$root/scripts/install-deps.sh" libbenchmark-dev libspdlog-dev libcereal-dev \
   libboost-serialization-dev libssl-dev
 cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=Release -DZRN_BUILD_BENCH=ON \
-  -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=OFF >/dev/null
+  -DZRN_BUILD_TESTS=OFF -DZRN_BUILD_EXAMPLES=ON >/dev/null
 cmake --build "$build" -j"$(nproc)"
 [ "${1:-}" = --build-only ] && exit 0
 # The server store's benchmark measures against a throwaway server.

@@ -435,8 +435,9 @@ struct ThreadProfilerCache {
   std::uint64_t serial = 0;
   CProfiler* profiler = nullptr;
 };
-// Initial-exec, as the call-tree profiler's starter chain.
-__attribute__((tls_model("initial-exec"))) thread_local ThreadProfilerCache t_cache;
+// The default TLS model, as the call-tree profiler's starter chain, so that
+// the library can be loaded with dlopen.
+thread_local ThreadProfilerCache t_cache;
 
 } // namespace
 

@@ -31,11 +31,12 @@ constexpr char kRule[] = "------------------------------------------------------
 // Set before any dynamic initialisation, so the root finds it ready.
 QProfile* g_pHead = nullptr;
 
-// The innermost live starter of each thread. Initial-exec: a starter reaches
-// it without a call into the dynamic loader (a few bytes of the static TLS
-// reserve, which also serves libraries opened later).
-__attribute__((tls_model("initial-exec"))) thread_local QProfileStarter* t_pCurrentStarter =
-    nullptr;
+// The innermost live starter of each thread. The default TLS model: one
+// initial-exec variable would put the library's whole thread storage (the
+// error message buffer included) into the static TLS reserve, which is too
+// small for it when the library is loaded with dlopen (a plugin host, a
+// Python import).
+thread_local QProfileStarter* t_pCurrentStarter = nullptr;
 
 std::atomic<bool> g_bSummaryWritten{false};
 std::atomic<bool> g_bStartersDisabled{false};

@@ -1,12 +1,15 @@
 #include <zrn/Object/Entity.h>
 #include <zrn/Object/Project.h>
 #include <zrn/Store/EntityTypeRegistry.h>
+#include <zrn/Store/PropertyEntity.h>
 
 namespace zrn {
 
 CEntityTypeRegistry::CEntityTypeRegistry() {
   Add(0, typeid(IBaseEntity), [] { return new IBaseEntity; });
   Add(1, typeid(IBaseProject), [] { return static_cast<IBaseEntity*>(new IBaseProject); });
+  Add(CPropertyEntity::kTypeId, typeid(CPropertyEntity),
+      [] { return static_cast<IBaseEntity*>(new CPropertyEntity); });
 }
 
 bool CEntityTypeRegistry::Register(int typeId, std::type_info const& type, Factory factory) {

@@ -15,8 +15,8 @@ class IBaseEntity;
 
 /// Maps entity classes to type ids and back.
 ///
-/// Ids 0 to 99 belong to the library: 0 is a plain IBaseEntity and 1 a plain
-/// IBaseProject, both registered from the start. Hosts register their own
+/// Ids 0 to 99 belong to the library: 0 is a plain IBaseEntity, 1 a plain
+/// IBaseProject and 2 a CPropertyEntity, all registered from the start. Hosts register their own
 /// classes with ids of 100 or more, before saving or loading, with the same
 /// id in every version of the host (the id is what the store keeps). The
 /// exact class counts: a class derived from a registered one needs its own
@@ -31,7 +31,7 @@ public:
   /// The first id hosts may use.
   static constexpr int kFirstHostType = 100;
 
-  /// Only the library's two types.
+  /// Only the library's own types.
   CEntityTypeRegistry();
 
   /// Registers `T` (default-constructible, derived from IBaseEntity) as
