@@ -115,23 +115,14 @@ TEST(GRegenEngine, IdsAHostAddsToTheContextDuringAPassRefreshTheirRelations) {
       Model::Regenerate(c);
     }
   } model;
-  model.Add(1);
-  model.Add(5).dependsOn = {1}; // not in the database yet
   struct Step : IRegenStep {
     Recording* model;
     long long GetStepKey() override { return 0; }
     void Execute(IRegenableObject*, GRegenAtom const&) override { model->context->MarkUpdated(5); }
   } step;
   step.model = &model;
-  struct Stepped : Model::Object {
-    IRegenStep* step;
-    IRegenStep* CreateRegenStep(GRegenAtom const&) override { return step; }
-  };
-  auto one = std::make_shared<Stepped>();
-  one->model = &model;
-  one->id = one->regenId = 1;
-  one->step = &step;
-  model.objects[1] = one;
+  model.Add(1).step = &step;
+  model.Add(5).dependsOn = {1}; // not in the database yet
   model.Mark(1);
   GRegenContext context;
   model.Regenerate(context);
@@ -163,15 +154,7 @@ TEST(GRegenEngine, MarksDuringExecutionAreIgnoredAndNestedPassesDoNothing) {
     }
   } step;
   step.model = &model;
-  struct StepObject : Model::Object {
-    IRegenStep* step;
-    IRegenStep* CreateRegenStep(GRegenAtom const&) override { return step; }
-  };
-  auto object = std::make_shared<StepObject>();
-  object->model = &model;
-  object->id = object->regenId = 1;
-  object->step = &step;
-  model.objects[1] = object;
+  model.objects[1]->step = &step;
   model.Mark(1);
   GRegenContext context;
   model.Regenerate(context);

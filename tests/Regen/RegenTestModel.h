@@ -27,6 +27,7 @@ public:
     Id regenId = 0;
     long long stepKey = 0;
     bool hasStep = true;
+    IRegenStep* step = nullptr; // a step of the test's own instead of this object
     std::vector<Id> dependsOn;
     std::vector<Id> removesWith; // ids to delete with this object
 
@@ -40,7 +41,9 @@ public:
       model->MarkAtom(GRegenAtom(id, L"value"));
       return atom.TargetId() == id;
     }
-    IRegenStep* CreateRegenStep(GRegenAtom const&) override { return hasStep ? this : nullptr; }
+    IRegenStep* CreateRegenStep(GRegenAtom const&) override {
+      return step ? step : hasStep ? this : nullptr;
+    }
     void OnRemoveObject(GRemoveObjectContext& context) override {
       model->removalCalls.push_back(id);
       if (context.GetTargetId() != id)
