@@ -4,10 +4,14 @@
 // shape show how a pass scales (linear: equal per-item times).
 //
 // - chain and tree of fan-out 8, of 100,000 and 1,000,000 objects;
-// - diamond ladder (B_k and C_k use D_(k-1), D_k uses B_k and C_k) of 1,000
-//   and 100,000 rungs;
-// - layered lattice of width 20, 1,000 and 50,000 layers deep, each object
-//   using three objects of the layer before;
+// - diamond ladder (B_k and C_k use D_(k-1), D_k uses B_k and C_k) of 1,000,
+//   10,000 and 100,000 rungs;
+// - layered lattice of width 20, 1,000, 5,000 and 50,000 layers deep, each
+//   object using three objects of the layer before;
+//
+// The smallest ladder and lattice fit in the processor's caches, so their
+// per-item times are lower; the step of ten between the larger sizes shows
+// how a pass scales once the model is out of the caches.
 // - a small diamond ladder with changes propagated along every path (the
 //   per-path option) side by side with the default, which shares what it
 //   met before;
@@ -163,9 +167,10 @@ BENCHMARK(BM_DiamondLadder)
     ->Args({12, 1})
     ->Args({12, 0})
     ->Args({1'000, 0})
+    ->Args({10'000, 0})
     ->Args({100'000, 0})
     ->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Lattice20)->Arg(1'000)->Arg(50'000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Lattice20)->Arg(1'000)->Arg(5'000)->Arg(50'000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_RemoveObjectCascade)->Arg(1'000'000)->Unit(benchmark::kMillisecond);
 
 } // namespace
