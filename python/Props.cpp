@@ -18,9 +18,13 @@ struct SProps {
   std::shared_ptr<CEntityRef> ref;
 };
 
-std::string_view Utf8(py::handle key) {
+void CheckName(py::handle key) {
   if (!PyUnicode_Check(key.ptr()))
     throw py::type_error(std::string("property names are str, not ") + Py_TYPE(key.ptr())->tp_name);
+}
+
+std::string_view Utf8(py::handle key) {
+  CheckName(key);
   Py_ssize_t size = 0;
   char const* text = PyUnicode_AsUTF8AndSize(key.ptr(), &size); // cached by the str
   if (!text)
@@ -30,7 +34,7 @@ std::string_view Utf8(py::handle key) {
 
 // `key` as a wide name in the project's reused buffer.
 std::wstring const& WideName(CProjectState& state, py::handle key) {
-  Utf8(key); // checks the type
+  CheckName(key);
   std::wstring& name = state.NameBuffer();
   name.resize(static_cast<std::size_t>(PyUnicode_GetLength(key.ptr())));
   PyUnicode_AsWideChar(key.ptr(), name.data(), static_cast<Py_ssize_t>(name.size()));
@@ -59,20 +63,12 @@ bool Holds(CPropertyCollection& properties, std::wstring const& name) {
 
 // The entity, locked; the library is locked too where the call reaches the
 // store (a swapped-out entity) or the process-wide property schemes.
-class CLockedEntity {
+class CLockedProps : public CLockedEntity {
 public:
-  explicit CLockedEntity(SProps const& props)
-      : m_ref(*props.ref), m_lock(m_ref.State(), false), m_entity(m_ref.Resolve()) {
-    if (m_ref.Properties() || m_entity.HasObjectFlag(EGOBJECT_FLAG_SWAPPED))
-      m_lock.Library();
+  explicit CLockedProps(SProps const& props) : CLockedEntity(*props.ref) {
+    if (Ref().Properties() || (**this).HasObjectFlag(EGOBJECT_FLAG_SWAPPED))
+      Library();
   }
-  CEntityRef& Ref() { return m_ref; }
-  IBaseEntity& Entity() { return m_entity; }
-
-private:
-  CEntityRef& m_ref;
-  CProjectLock m_lock;
-  IBaseEntity& m_entity;
 };
 
 [[noreturn]] void Missing(py::handle key) {
@@ -81,7 +77,7 @@ private:
 
 // The value of `key`; nothing when the entity has no such name.
 std::optional<py::object> Find(SProps const& props, py::handle key) {
-  CLockedEntity locked(props);
+  CLockedProps locked(props);
   if (CPropertyEntity* entity = locked.Ref().Properties()) {
     std::wstring const& name = WideName(locked.Ref().State(), key);
     CVariant const value = entity->Properties().GetProperty(name);
@@ -91,7 +87,7 @@ std::optional<py::object> Find(SProps const& props, py::handle key) {
     if (auto slot = SlotOf(*frame, Utf8(key)))
       return py::float_(frame->Value(*slot));
   } else {
-    Utf8(key);
+    CheckName(key);
   }
   return std::nullopt;
 }
@@ -114,7 +110,7 @@ void SetFrameValue(CFrameObject& frame, std::size_t slot, double value) {
 }
 
 void Set(SProps const& props, py::handle key, py::handle value) {
-  CLockedEntity locked(props);
+  CLockedProps locked(props);
   if (CPropertyEntity* entity = locked.Ref().Properties()) {
     std::wstring const& name = WideName(locked.Ref().State(), key);
     CPropertyCollection& properties = entity->Properties();
@@ -134,7 +130,7 @@ void Set(SProps const& props, py::handle key, py::handle value) {
 }
 
 void Delete(SProps const& props, py::handle key) {
-  CLockedEntity locked(props);
+  CLockedProps locked(props);
   if (CPropertyEntity* entity = locked.Ref().Properties()) {
     std::wstring const& name = WideName(locked.Ref().State(), key);
     if (!Holds(entity->Properties(), name))
@@ -153,7 +149,7 @@ void Delete(SProps const& props, py::handle key) {
 // Every (name, value) pair, in id order for properties and slot order for
 // frame values; values only when `withValues`.
 py::list Pairs(SProps const& props, bool withValues) {
-  CLockedEntity locked(props);
+  CLockedProps locked(props);
   py::list pairs;
   auto add = [&](py::object name, auto value) {
     pairs.append(withValues ? py::object(py::make_tuple(name, value())) : name);

@@ -69,18 +69,6 @@ struct SWalk {
   unsigned long long generation;
 };
 
-// Locks the project of `ref` and gives its entity.
-class CLocked {
-public:
-  explicit CLocked(CEntityRef& ref) : m_lock(ref.State(), false), m_entity(ref.Resolve()) {}
-  IBaseEntity& operator*() const { return m_entity; }
-  IBaseEntity* operator->() const { return &m_entity; }
-
-private:
-  CProjectLock m_lock;
-  IBaseEntity& m_entity;
-};
-
 std::string TypeNameOf(CEntityRef& ref, IBaseEntity& entity) {
   if (CFrameObject* frame = ref.Frame())
     return py::cast(std::wstring(frame->TypeName())).cast<std::string>();
@@ -97,13 +85,13 @@ std::string TypeNameOf(CEntityRef& ref, IBaseEntity& entity) {
 }
 
 py::object Parent(SEntity const& self) {
-  CLocked entity(*self.ref);
+  CLockedEntity entity(*self.ref);
   IBaseEntity* parent = entity->GetParent();
   return parent ? WrapEntity(self.ref->SharedState(), parent) : py::none();
 }
 
 py::object AddChild(SEntity const& self) {
-  CLocked entity(*self.ref);
+  CLockedEntity entity(*self.ref);
   auto* child = new CPropertyEntity;
   entity->AddChild(child); // gives it the project's next id
   self.ref->State().Index(child);
@@ -111,8 +99,9 @@ py::object AddChild(SEntity const& self) {
 }
 
 py::bytes Blob(SEntity const& self) {
-  CProjectLock lock(self.ref->State(), true);
-  IBaseEntity& entity = self.ref->Resolve();
+  CLockedEntity locked(*self.ref);
+  locked.Library();
+  IBaseEntity& entity = *locked;
   CProjectState& state = self.ref->State();
   std::string bytes;
   bool const project = &entity == &state.Project();
@@ -126,7 +115,7 @@ py::bytes Blob(SEntity const& self) {
 }
 
 py::object Child(SChildren const& self, long long index) {
-  CLocked entity(*self.ref);
+  CLockedEntity entity(*self.ref);
   auto const& children = entity->GetAllChild();
   auto const count = static_cast<long long>(children.size());
   if (index < 0)
@@ -137,7 +126,7 @@ py::object Child(SChildren const& self, long long index) {
 }
 
 py::list ChildList(SChildren const& self) {
-  CLocked entity(*self.ref);
+  CLockedEntity entity(*self.ref);
   py::list list;
   for (IBaseEntity* child : entity->GetAllChild())
     list.append(WrapEntity(self.ref->SharedState(), child));
@@ -168,19 +157,19 @@ py::object Walk(std::shared_ptr<CProjectState> const& state) {
 
 void BindTree(py::module_& module) {
   py::class_<SEntity>(module, "Entity", "An entity of an open project.")
-      .def_property_readonly("id",
-                             [](SEntity const& self) { return CLocked(*self.ref)->GetObjectID(); })
-      .def_property_readonly("type",
-                             [](SEntity const& self) { return TypeIdOf(*CLocked(*self.ref)); })
+      .def_property_readonly(
+          "id", [](SEntity const& self) { return CLockedEntity(*self.ref)->GetObjectID(); })
+      .def_property_readonly(
+          "type", [](SEntity const& self) { return TypeIdOf(*CLockedEntity(*self.ref)); })
       .def_property_readonly("type_name",
                              [](SEntity const& self) {
-                               CLocked entity(*self.ref);
+                               CLockedEntity entity(*self.ref);
                                return TypeNameOf(*self.ref, *entity);
                              })
       .def_property_readonly("parent", &Parent)
       .def_property_readonly("children",
                              [](SEntity const& self) {
-                               CLocked entity(*self.ref);
+                               CLockedEntity entity(*self.ref);
                                return SChildren{self.ref};
                              })
       .def_property_readonly("props",
@@ -193,8 +182,9 @@ void BindTree(py::module_& module) {
       .def(
           "remove",
           [](SEntity const& self) {
-            CProjectLock lock(self.ref->State(), true);
-            RemoveEntity(self.ref->State(), self.ref->Resolve());
+            CLockedEntity entity(*self.ref);
+            entity.Library();
+            RemoveEntity(self.ref->State(), *entity);
           },
           "Deletes the entity and its subtree.")
       .def("blob", &Blob, "The bytes the store holds for the entity.")
@@ -207,14 +197,14 @@ void BindTree(py::module_& module) {
            })
       .def("__hash__", [](SEntity const& self) { return std::hash<long long>()(self.ref->Id()); })
       .def("__repr__", [](SEntity const& self) {
-        CLocked entity(*self.ref);
+        CLockedEntity entity(*self.ref);
         return "<zrn.Entity " + std::to_string(self.ref->Id()) + " " +
                TypeNameOf(*self.ref, *entity) + ">";
       });
 
   py::class_<SChildren>(module, "Children", "An entity's children, in order.")
       .def("__len__",
-           [](SChildren const& self) { return CLocked(*self.ref)->GetAllChild().size(); })
+           [](SChildren const& self) { return CLockedEntity(*self.ref)->GetAllChild().size(); })
       .def("__getitem__", &Child)
       .def("__iter__", [](SChildren const& self) { return py::iter(ChildList(self)); })
       .def("__repr__", [](SChildren const& self) { return py::repr(ChildList(self)); });

@@ -46,6 +46,25 @@ private:
   unsigned long long m_generation;
 };
 
+/// Holds the lock of a reference's project for one binding call and gives
+/// its entity (RuntimeError when the project is closed or the entity gone).
+class CLockedEntity {
+public:
+  explicit CLockedEntity(CEntityRef& ref)
+      : m_ref(ref), m_lock(ref.State(), false), m_entity(ref.Resolve()) {}
+  /// Takes the library's lock too, for calls that reach the store or the
+  /// process-wide property schemes.
+  void Library() { m_lock.Library(); }
+  CEntityRef& Ref() const { return m_ref; }
+  IBaseEntity& operator*() const { return m_entity; }
+  IBaseEntity* operator->() const { return &m_entity; }
+
+private:
+  CEntityRef& m_ref;
+  CProjectLock m_lock;
+  IBaseEntity& m_entity;
+};
+
 /// zrn.Entity: a reference plus its props object, made once.
 struct SEntity {
   std::shared_ptr<CEntityRef> ref;

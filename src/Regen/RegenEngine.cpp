@@ -179,23 +179,22 @@ void GRegenEngine::RunSteps(GRegenContext& context) {
 // context's tree: the same ids in the same order, without a pointer chase
 // per id.
 void GRegenEngine::RefreshRelations(GRegenContext& context) {
+  GCollectRelationContext collect(*m_pContainer->GetRelationDb());
+  bool const anyRemoved = !m_setRemoved.empty();
+  auto refresh = [&](auto first, auto last) {
+    for (; first != last; ++first) {
+      if (anyRemoved && m_setRemoved.contains(*first))
+        continue;
+      if (std::shared_ptr<IRegenableObject> object = m_pContainer->FindObject(*first))
+        object->CollectRelations(collect);
+    }
+  };
   auto const& updated = context.GetUpdatedIds();
   auto const* flushed = m_pPass->FlushedWholeSet();
   if (flushed && flushed->size() == updated.size())
-    RefreshRelations(flushed->begin(), flushed->end());
+    refresh(flushed->begin(), flushed->end());
   else
-    RefreshRelations(updated.begin(), updated.end());
-}
-
-template <class Ids> void GRegenEngine::RefreshRelations(Ids first, Ids last) {
-  GCollectRelationContext collect(*m_pContainer->GetRelationDb());
-  bool const anyRemoved = !m_setRemoved.empty();
-  for (; first != last; ++first) {
-    if (anyRemoved && m_setRemoved.contains(*first))
-      continue;
-    if (std::shared_ptr<IRegenableObject> object = m_pContainer->FindObject(*first))
-      object->CollectRelations(collect);
-  }
+    refresh(updated.begin(), updated.end());
 }
 
 namespace {

@@ -90,7 +90,6 @@ private:
   void ReportCycle(unsigned repeated, unsigned markedBy);
   void RunSteps(GRegenContext& context);
   void RefreshRelations(GRegenContext& context);
-  template <class Ids> void RefreshRelations(Ids first, Ids last);
   void EndPass();
 
   bool m_bPropagating = false;
